@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+
+// The record of one I2C failure, laid out as the closed logging library
+// takes it. It lives in the global namespace because the library's symbol
+// names carry it.
+struct I2CLogData
+{
+    uint8_t bus = 0;
+    uint16_t address = 0;
+    uint16_t reg = 0;
+    uint32_t readLength = 0;
+    uint32_t writeLength = 0;
+    uint8_t* readBuffer = nullptr;
+    uint8_t* writeBuffer = nullptr;
+    bool noAccess = false;
+    bool readFailed = false;
+    bool writeFailed = false;
+    bool otherFailure = false;
+    std::string message;
+};
+
+namespace orvane::logging
+{
+
+// The five calls of the closed logging library.
+class Zellib
+{
+  public:
+    virtual ~Zellib() = default;
+
+    virtual int addLog(const std::string& message, int level,
+                       const std::string& messageId, const std::string& arg1,
+                       const std::string& arg2, const std::string& arg3) = 0;
+    virtual int addNvLog(const std::string& message, int level,
+                         const std::string& messageId,
+                         const std::string& arg1, const std::string& arg2,
+                         const std::string& arg3) = 0;
+    virtual int addI2cLog(int level, I2CLogData* data, bool flag) = 0;
+    virtual std::pair<int, std::string> logDump(const std::string& a,
+                                                const std::string& b,
+                                                const std::string& c,
+                                                const double& value) = 0;
+    virtual void setBootTimeFinish(bool value) = 0;
+};
+
+} // namespace orvane::logging
