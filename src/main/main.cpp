@@ -1,1 +1,10 @@
-int main() { return 0; }
+#include "main/boot_ops.hpp"
+#include "main/orvane_main.hpp"
+#include "utils/platform/production.hpp"
+
+int main()
+{
+    orvane::platform::installProduction();
+    static orvane::PlaceholderBootOps ops;
+    orvane::OrvaneMain(ops);
+}

@@ -1,1 +1,19 @@
-// placeholder
+#include "main/orvane_main.hpp"
+
+#include "main/boot_driver.hpp"
+#include "main/secure_shm.hpp"
+
+namespace orvane
+{
+
+void OrvaneMain(BootOps& ops)
+{
+    sem_t* semaphore = OpenSecureShm(secureShmName);
+    // On this stack for the life of the process, which never returns from
+    // here: the D-Bus thread and the power monitor hold references to it.
+    OrvaneSvcState state;
+    RunBoot(ops, state, semaphore);
+    EnterEndState();
+}
+
+} // namespace orvane

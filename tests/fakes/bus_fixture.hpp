@@ -1,0 +1,159 @@
+#pragma once
+
+#include "fakes/fake_platform.hpp"
+
+#include <sys/types.h>
+#include <systemd/sd-bus.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <variant>
+#include <vector>
+
+namespace orvane::test
+{
+
+// A dbus-daemon of the test's own, which the process reaches as its system
+// bus (DBUS_SYSTEM_BUS_ADDRESS) while the object lives. The daemon and its
+// directory go away with the object; the daemon also ends if the creating
+// thread dies first. Throws std::runtime_error when it cannot start.
+class PrivateBus
+{
+  public:
+    PrivateBus();
+    ~PrivateBus();
+    PrivateBus(const PrivateBus&) = delete;
+    PrivateBus& operator=(const PrivateBus&) = delete;
+
+    const std::string& address() const
+    {
+        return busAddress;
+    }
+    pid_t pid() const
+    {
+        return daemon;
+    }
+
+  private:
+    void stopDaemon();
+
+    std::filesystem::path dir;
+    std::string busAddress;
+    pid_t daemon = -1;
+    std::optional<std::string> previousAddress;
+};
+
+// The value of a property the responder serves; the alternative gives the
+// D-Bus type ("s", "b", "i", "u").
+using BusValue = std::variant<std::string, bool, int32_t, uint32_t>;
+
+// A peer on the system bus that owns one name and answers with handlers the
+// test gives. Objects and methods are added before start(); handlers run on
+// the responder's own thread with its mutex held, so a test reads what they
+// captured under hold().
+class BusResponder
+{
+  public:
+    // Appends the reply's body; a negative errno answers with that error.
+    using Method = std::function<int(sd_bus_message* call,
+                                     sd_bus_message* reply)>;
+
+    explicit BusResponder(std::string busName);
+    ~BusResponder();
+    BusResponder(const BusResponder&) = delete;
+    BusResponder& operator=(const BusResponder&) = delete;
+
+    void addMethod(const std::string& path, const std::string& interface,
+                   const std::string& member, const std::string& signature,
+                   const std::string& result, Method handler);
+    // A property that can be read and written through
+    // org.freedesktop.DBus.Properties.
+    void addProperty(const std::string& path, const std::string& interface,
+                     const std::string& name, BusValue initial);
+
+    // Connects, registers the objects, takes the name and starts serving.
+    void start();
+    // Ends serving and lets the name go; also done by the destructor.
+    void stop();
+
+    std::unique_lock<std::mutex> hold();
+    BusValue property(const std::string& path, const std::string& interface,
+                      const std::string& name);
+    // Values written to one property, in order.
+    std::vector<BusValue> writes(const std::string& path,
+                                 const std::string& interface,
+                                 const std::string& name);
+    // Method calls answered so far, by member name.
+    int calls(const std::string& member);
+
+  private:
+    struct Property
+    {
+        std::string name;
+        std::string signature;
+        BusValue value;
+        std::vector<BusValue> written;
+    };
+    struct Handler
+    {
+        std::string member;
+        std::string signature;
+        std::string result;
+        Method method;
+    };
+    struct Interface
+    {
+        BusResponder* owner;
+        std::string path;
+        std::string name;
+        std::list<Handler> methods;
+        std::list<Property> properties;
+        std::vector<sd_bus_vtable> vtable;
+        sd_bus_slot* slot = nullptr;
+    };
+
+    static int onMethod(sd_bus_message* call, void* userdata,
+                        sd_bus_error* error);
+    static int onGet(sd_bus* bus, const char* path, const char* interface,
+                     const char* property, sd_bus_message* reply,
+                     void* userdata, sd_bus_error* error);
+    static int onSet(sd_bus* bus, const char* path, const char* interface,
+                     const char* property, sd_bus_message* value,
+                     void* userdata, sd_bus_error* error);
+
+    Interface& interfaceFor(const std::string& path,
+                            const std::string& interface);
+    Property& propertyOf(const std::string& path, const std::string& interface,
+                         const std::string& name);
+    void buildVtable(Interface& entry);
+    void serve();
+    void disconnect();
+
+    std::string busName;
+    std::list<Interface> interfaces;
+    std::map<std::string, int> callCounts;
+    std::mutex mutex;
+    sd_bus* bus = nullptr;
+    int stopEvent = -1;
+    std::thread worker;
+};
+
+// A test with every seam faked and a private system bus of its own.
+class BusTest : public ::testing::Test
+{
+  protected:
+    FakePlatform platform;
+    PrivateBus bus;
+};
+
+} // namespace orvane::test
