@@ -1,5 +1,6 @@
 #include "fakes/bus_fixture.hpp"
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/prctl.h>
