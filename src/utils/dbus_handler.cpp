@@ -2,9 +2,8 @@
 
 #include "logging/log_line.hpp"
 
-#include <systemd/sd-bus.h>
-
 #include <sdbus-c++/sdbus-c++.h>
+#include <systemd/sd-bus.h>
 
 #include <cerrno>
 #include <memory>
@@ -182,8 +181,7 @@ std::string GetBusProperty(const std::string& path,
     r = sd_bus_message_read(call.reply, "v", "s", &text);
     if (r < 0)
     {
-        logGetFailure(property,
-                      describe("sd_bus_message_read", r, call.error));
+        logGetFailure(property, describe("sd_bus_message_read", r, call.error));
         return {};
     }
     return text;

@@ -45,10 +45,9 @@ bool requestForRead(platform::GpioLine& line, const std::string& lineName)
                 platform::sleepMicroseconds(busyWaitMicroseconds);
                 continue;
             }
-            platform::journal().print(3, __FILE__, readJournalLine,
-                                      "GetGPIOValue",
-                                      "Error setting gpio as Input " +
-                                          lineName);
+            platform::journal().print(
+                3, __FILE__, readJournalLine, "GetGPIOValue",
+                "Error setting gpio as Input " + lineName);
             line.release();
             std::cout << "error is: " << e.what() << std::endl;
             return false;

@@ -30,6 +30,33 @@ std::string hex2(uint8_t value)
     return text.str();
 }
 
+// One complete attempt: open, the write part, the read part. The channel
+// is left for the caller to close, also when the open failed.
+bool attemptOnce(I2CChannel& channel, int* event, uint8_t address, uint8_t reg,
+                 uint8_t writeLength, uint8_t* writeBuffer, uint8_t readLength,
+                 uint8_t* readBuffer)
+{
+    if (!channel.OpenChannel(event))
+    {
+        ConsoleLog(ERR) << "Fail to OpenChannel";
+        return false;
+    }
+    if (writeLength != 0 && writeBuffer != nullptr &&
+        !channel.WriteMemoryBlock(event, address, reg, writeLength,
+                                  writeBuffer))
+    {
+        ConsoleLog(ERR) << "Write 0x" << hex2(reg) << " fail.";
+        return false;
+    }
+    if (readLength != 0 && readBuffer != nullptr &&
+        !channel.SmbusReadBlock(event, address, reg, readBuffer, readLength))
+    {
+        ConsoleLog(ERR) << "Read 0x" << hex2(reg) << " fail.";
+        return false;
+    }
+    return true;
+}
+
 } // namespace
 
 bool WriteReadWithRetry(int* event, int retries, unsigned bus, unsigned address,
@@ -53,33 +80,14 @@ bool WriteReadWithRetry(int* event, int retries, unsigned bus, unsigned address,
     }
     const std::string failureText =
         logFailure && !label.empty() ? label + " failure." : "";
-    const bool hasWrite = writeLength != 0 && writeBuffer != nullptr;
-    const bool hasRead = readLength != 0 && readBuffer != nullptr;
     const auto slave = static_cast<uint8_t>(address);
 
     for (int attempt = 1;; ++attempt)
     {
         I2CChannel channel;
         channel.bus = static_cast<int>(bus);
-        bool failed = false;
-        if (!channel.OpenChannel(event))
-        {
-            ConsoleLog(ERR) << "Fail to OpenChannel";
-            failed = true;
-        }
-        else if (hasWrite && !channel.WriteMemoryBlock(
-                                 event, slave, reg, writeLength, writeBuffer))
-        {
-            ConsoleLog(ERR) << "Write 0x" << hex2(reg) << " fail.";
-            failed = true;
-        }
-        else if (hasRead && !channel.SmbusReadBlock(event, slave, reg,
-                                                    readBuffer, readLength))
-        {
-            ConsoleLog(ERR) << "Read 0x" << hex2(reg) << " fail.";
-            failed = true;
-        }
-        if (!failed)
+        if (attemptOnce(channel, event, slave, reg, writeLength, writeBuffer,
+                        readLength, readBuffer))
         {
             platform::i2c().close(channel.fd);
             return true;

@@ -117,8 +117,8 @@ int MctpSendAddress(const MctpEndpointService& endpoint, uint8_t a, uint8_t b,
     return r < 0 ? r : readResult(call.reply);
 }
 
-int MctpSendBusOwner(const MctpEndpointService& endpoint, uint8_t a,
-                     bool flag, const std::vector<uint8_t>& data)
+int MctpSendBusOwner(const MctpEndpointService& endpoint, uint8_t a, bool flag,
+                     const std::vector<uint8_t>& data)
 {
     EndpointCall call;
     auto scalars = [&](sd_bus_message* message) {

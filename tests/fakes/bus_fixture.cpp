@@ -12,8 +12,11 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <fstream>
+#include <iterator>
 #include <stdexcept>
+#include <type_traits>
 
 namespace orvane::test
 {
@@ -69,8 +72,7 @@ std::filesystem::path makeTempDir()
     return pattern;
 }
 
-void writeConfig(const std::filesystem::path& file,
-                 const std::string& listen)
+void writeConfig(const std::filesystem::path& file, const std::string& listen)
 {
     std::ofstream out(file);
     out << R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
@@ -78,8 +80,8 @@ void writeConfig(const std::filesystem::path& file,
 <busconfig>
   <type>system</type>
   <auth>EXTERNAL</auth>
-  <listen>)" << listen
-        << R"(</listen>
+  <listen>)"
+        << listen << R"(</listen>
   <policy context="default">
     <allow user="*"/><allow own="*"/><allow send_destination="*"/>
     <allow receive_sender="*"/><allow eavesdrop="true"/>
@@ -105,7 +107,12 @@ std::string readAddress(int fd)
                         deadline - std::chrono::steady_clock::now())
                         .count();
         pollfd entry{fd, POLLIN, 0};
-        if (left <= 0 || poll(&entry, 1, static_cast<int>(left)) <= 0)
+        int ready = left <= 0 ? 0 : poll(&entry, 1, static_cast<int>(left));
+        if (ready < 0 && errno == EINTR)
+        {
+            continue;
+        }
+        if (ready <= 0)
         {
             return {};
         }
@@ -131,16 +138,28 @@ PrivateBus::PrivateBus() : dir(makeTempDir())
         writeConfig(config, listen);
         std::string program = findDaemon().string();
         std::string configArg = "--config-file=" + config.string();
-        std::vector<char*> argv = {
-            program.data(), configArg.data(),
-            const_cast<char*>("--nofork"), const_cast<char*>("--nopidfile"),
-            const_cast<char*>("--nosyslog"),
-            const_cast<char*>("--print-address=1"), nullptr};
+        std::vector<char*> argv = {program.data(),
+                                   configArg.data(),
+                                   const_cast<char*>("--nofork"),
+                                   const_cast<char*>("--nopidfile"),
+                                   const_cast<char*>("--nosyslog"),
+                                   const_cast<char*>("--print-address=1"),
+                                   nullptr};
 
+        // The daemon's complaints go to a file of its own, not into the
+        // test's output; they are shown if it fails to start.
+        std::string logPath = (dir / "daemon.log").string();
+        int logFd = open(logPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+        if (logFd < 0)
+        {
+            throw std::runtime_error(errnoText("open " + logPath, errno));
+        }
         int pipeFds[2];
         if (pipe2(pipeFds, O_CLOEXEC) != 0)
         {
-            throw std::runtime_error(errnoText("pipe2", errno));
+            int error = errno;
+            close(logFd);
+            throw std::runtime_error(errnoText("pipe2", error));
         }
         pid_t parent = getpid();
         daemon = fork();
@@ -149,7 +168,8 @@ PrivateBus::PrivateBus() : dir(makeTempDir())
             // Only async-signal-safe calls until exec: the test process may
             // have threads. The daemon must not outlive a crashed test.
             prctl(PR_SET_PDEATHSIG, SIGTERM);
-            if (getppid() != parent || dup2(pipeFds[1], STDOUT_FILENO) < 0)
+            if (getppid() != parent || dup2(pipeFds[1], STDOUT_FILENO) < 0 ||
+                dup2(logFd, STDERR_FILENO) < 0)
             {
                 _exit(127);
             }
@@ -158,6 +178,7 @@ PrivateBus::PrivateBus() : dir(makeTempDir())
         }
         int forkError = errno;
         close(pipeFds[1]);
+        close(logFd);
         if (daemon < 0)
         {
             close(pipeFds[0]);
@@ -168,7 +189,10 @@ PrivateBus::PrivateBus() : dir(makeTempDir())
         if (printed.empty())
         {
             stopDaemon();
-            throw std::runtime_error("dbus-daemon did not start");
+            std::ifstream log(logPath);
+            std::string complaint((std::istreambuf_iterator<char>(log)),
+                                  std::istreambuf_iterator<char>());
+            throw std::runtime_error("dbus-daemon did not start: " + complaint);
         }
         busAddress = listen;
     }
@@ -208,8 +232,7 @@ void PrivateBus::stopDaemon()
         return;
     }
     kill(daemon, SIGTERM);
-    auto deadline =
-        std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
     while (waitpid(daemon, nullptr, WNOHANG) == 0)
     {
         if (std::chrono::steady_clock::now() > deadline)
@@ -251,9 +274,8 @@ void BusResponder::addProperty(const std::string& path,
             {name, signatures[initial.index()], std::move(initial), {}});
 }
 
-BusResponder::Interface&
-    BusResponder::interfaceFor(const std::string& path,
-                               const std::string& interface)
+BusResponder::Interface& BusResponder::interfaceFor(
+    const std::string& path, const std::string& interface)
 {
     if (bus != nullptr)
     {
@@ -266,8 +288,8 @@ BusResponder::Interface&
             return entry;
         }
     }
-    return interfaces.emplace_back(Interface{this, path, interface, {}, {}, {},
-                                             nullptr});
+    return interfaces.emplace_back(
+        Interface{this, path, interface, {}, {}, {}, nullptr});
 }
 
 void BusResponder::buildVtable(Interface& entry)
@@ -387,8 +409,7 @@ void BusResponder::serve()
                             : static_cast<int>((until - nowUs + 999) / 1000);
         }
         pollfd fds[2] = {
-            {sd_bus_get_fd(bus), static_cast<short>(sd_bus_get_events(bus)),
-             0},
+            {sd_bus_get_fd(bus), static_cast<short>(sd_bus_get_events(bus)), 0},
             {stopEvent, POLLIN, 0}};
         if (poll(fds, 2, timeoutMs) < 0 && errno != EINTR)
         {
@@ -450,8 +471,7 @@ int BusResponder::calls(const std::string& member)
     return found == callCounts.end() ? 0 : found->second;
 }
 
-int BusResponder::onMethod(sd_bus_message* call, void* userdata,
-                           sd_bus_error*)
+int BusResponder::onMethod(sd_bus_message* call, void* userdata, sd_bus_error*)
 {
     auto& entry = *static_cast<Interface*>(userdata);
     std::string member = sd_bus_message_get_member(call);
@@ -488,9 +508,8 @@ int BusResponder::onMethod(sd_bus_message* call, void* userdata,
     return r < 0 ? r : 1;
 }
 
-int BusResponder::onGet(sd_bus*, const char*, const char*,
-                        const char* property, sd_bus_message* reply,
-                        void* userdata, sd_bus_error*)
+int BusResponder::onGet(sd_bus*, const char*, const char*, const char* property,
+                        sd_bus_message* reply, void* userdata, sd_bus_error*)
 {
     auto& entry = *static_cast<Interface*>(userdata);
     std::lock_guard lock(entry.owner->mutex);
@@ -519,9 +538,8 @@ int BusResponder::onGet(sd_bus*, const char*, const char*,
         value);
 }
 
-int BusResponder::onSet(sd_bus*, const char*, const char*,
-                        const char* property, sd_bus_message* value,
-                        void* userdata, sd_bus_error*)
+int BusResponder::onSet(sd_bus*, const char*, const char*, const char* property,
+                        sd_bus_message* value, void* userdata, sd_bus_error*)
 {
     auto& entry = *static_cast<Interface*>(userdata);
     std::lock_guard lock(entry.owner->mutex);

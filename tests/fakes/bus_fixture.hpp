@@ -5,8 +5,6 @@
 #include <sys/types.h>
 #include <systemd/sd-bus.h>
 
-#include <gtest/gtest.h>
-
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -19,6 +17,8 @@
 #include <thread>
 #include <variant>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 namespace orvane::test
 {
@@ -65,8 +65,8 @@ class BusResponder
 {
   public:
     // Appends the reply's body; a negative errno answers with that error.
-    using Method = std::function<int(sd_bus_message* call,
-                                     sd_bus_message* reply)>;
+    using Method =
+        std::function<int(sd_bus_message* call, sd_bus_message* reply)>;
 
     explicit BusResponder(std::string busName);
     ~BusResponder();

@@ -19,9 +19,8 @@ class FakeGpio::Handle : public platform::GpioLine
         owner.release(*this);
     }
 
-    void request(const std::string& consumer,
-                 platform::GpioDirection direction, int flags,
-                 int defaultValue) override
+    void request(const std::string& consumer, platform::GpioDirection direction,
+                 int flags, int defaultValue) override
     {
         owner.request(*this, consumer, direction, flags, defaultValue);
     }
@@ -78,6 +77,14 @@ void FakeGpio::addLine(const std::string& name, int value)
     lines[name].input = value;
 }
 
+void FakeGpio::addLines(std::initializer_list<std::string> names)
+{
+    for (const auto& name : names)
+    {
+        addLine(name);
+    }
+}
+
 void FakeGpio::removeLine(const std::string& name)
 {
     std::lock_guard lock(mutex);
@@ -123,8 +130,8 @@ int FakeGpio::value(const std::string& name) const
                                                              : line.input;
 }
 
-std::optional<platform::GpioDirection>
-    FakeGpio::direction(const std::string& name) const
+std::optional<platform::GpioDirection> FakeGpio::direction(
+    const std::string& name) const
 {
     std::lock_guard lock(mutex);
     return existing(name).direction;

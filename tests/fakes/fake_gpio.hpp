@@ -2,6 +2,7 @@
 
 #include "utils/platform/gpio.hpp"
 
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -45,11 +46,13 @@ class FakeGpio : public platform::Gpio
     FakeGpio(const FakeGpio&) = delete;
     FakeGpio& operator=(const FakeGpio&) = delete;
 
-    std::unique_ptr<platform::GpioLine>
-        findLine(const std::string& name) override;
+    std::unique_ptr<platform::GpioLine> findLine(
+        const std::string& name) override;
 
     // Adds the line (or resets it) with the level it shows as an input.
     void addLine(const std::string& name, int value = 0);
+    // Adds each line at level 0.
+    void addLines(std::initializer_list<std::string> names);
     void removeLine(const std::string& name);
     // The level outside drives on the line; read while it is an input.
     void setInput(const std::string& name, int value);
@@ -65,8 +68,8 @@ class FakeGpio : public platform::Gpio
 
     // The level the line shows now: the driven one while an output.
     int value(const std::string& name) const;
-    std::optional<platform::GpioDirection>
-        direction(const std::string& name) const;
+    std::optional<platform::GpioDirection> direction(
+        const std::string& name) const;
     bool isRequested(const std::string& name) const;
 
     std::vector<GpioRequest> requests() const;

@@ -96,6 +96,7 @@ long FakeI2c::run(Body&& body)
     {
         std::lock_guard lock(mutex);
         outcome = body();
+        outcome.op.result = outcome.result;
         recorded.push_back(outcome.op);
         notify = observer;
     }

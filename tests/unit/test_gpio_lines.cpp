@@ -1,1 +1,248 @@
-// placeholder
+#include "fakes/fake_platform.hpp"
+#include "utils/gpio_lines.hpp"
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace orvane::test
+{
+namespace
+{
+
+using ::testing::AllOf;
+using ::testing::Each;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+using namespace std::chrono_literals;
+
+constexpr const char* pwrEn = "GPU_BASE_PWR_EN";
+constexpr const char* pwrGd = "GPU_BASE_PWR_GD";
+
+class GpioTest : public ::testing::Test
+{
+  protected:
+    void SetUp() override
+    {
+        platform.gpio.addLines({pwrEn, pwrGd});
+        platform.gpio.setInput(pwrEn, 1);
+    }
+
+    // What the call wrote to standard output.
+    template <typename Call>
+    std::string console(Call call)
+    {
+        ::testing::internal::CaptureStdout();
+        call();
+        return ::testing::internal::GetCapturedStdout();
+    }
+
+    FakePlatform platform;
+};
+
+using GpioReadTest = GpioTest;
+
+TEST_F(GpioReadTest, ReadsTheLevelAsInputAndLetsTheLineGo)
+{
+    int value = -1;
+    std::string out = console([&] { EXPECT_TRUE(GetGPIOValue(pwrEn, value)); });
+
+    EXPECT_EQ(value, 1);
+    EXPECT_THAT(out, IsEmpty());
+    auto requests = platform.gpio.requests();
+    ASSERT_THAT(requests, SizeIs(1));
+    EXPECT_EQ(requests[0].consumer, "GetGPIOValue");
+    EXPECT_EQ(requests[0].direction, platform::GpioDirection::input);
+    EXPECT_EQ(requests[0].flags, 0);
+    EXPECT_EQ(requests[0].defaultValue, 0);
+    EXPECT_FALSE(platform.gpio.isRequested(pwrEn));
+
+    // Levels are physical: a low line reads 0 whatever its name says.
+    platform.gpio.setInput(pwrEn, 0);
+    EXPECT_TRUE(GetGPIOValue(pwrEn, value));
+    EXPECT_EQ(value, 0);
+}
+
+TEST_F(GpioReadTest, UnknownLineWarnsAndKeepsTheValue)
+{
+    int value = 7;
+    std::string out =
+        console([&] { EXPECT_FALSE(GetGPIOValue("NO_SUCH_LINE", value)); });
+
+    EXPECT_EQ(value, 7);
+    EXPECT_THAT(out, AllOf(HasSubstr("[WARNING \"gpio_lines.cpp\":"),
+                           HasSubstr("] Can't find lineNO_SUCH_LINE\n")));
+    EXPECT_THAT(platform.gpio.requests(), IsEmpty());
+}
+
+TEST_F(GpioReadTest, WaitsOutABusyLineTenMicrosecondsAtATime)
+{
+    platform.gpio.setBusy(pwrEn, 3);
+    int value = -1;
+
+    EXPECT_TRUE(GetGPIOValue(pwrEn, value));
+
+    EXPECT_EQ(value, 1);
+    EXPECT_THAT(platform.gpio.requests(pwrEn), SizeIs(4));
+    EXPECT_THAT(platform.clock.sleeps(), ElementsAre(10us, 10us, 10us));
+    EXPECT_THAT(platform.journal.entries(), IsEmpty());
+}
+
+TEST_F(GpioReadTest, LastOfTenThousandRequestsMaySucceed)
+{
+    platform.gpio.setBusy(pwrEn, 9'999);
+    int value = -1;
+
+    EXPECT_TRUE(GetGPIOValue(pwrEn, value));
+
+    EXPECT_EQ(value, 1);
+    EXPECT_THAT(platform.gpio.requests(pwrEn), SizeIs(10'000));
+    EXPECT_THAT(platform.journal.entries(), IsEmpty());
+}
+
+TEST_F(GpioReadTest, LineBusyForeverIsReportedToTheJournal)
+{
+    platform.gpio.setBusy(pwrEn);
+    int value = 5;
+    std::string out =
+        console([&] { EXPECT_FALSE(GetGPIOValue(pwrEn, value)); });
+
+    EXPECT_EQ(value, 5);
+    EXPECT_THAT(platform.gpio.requests(pwrEn), SizeIs(10'000));
+    auto sleeps = platform.clock.sleeps();
+    EXPECT_THAT(sleeps, SizeIs(9'999));
+    EXPECT_THAT(sleeps, Each(10us));
+
+    auto entries = platform.journal.entries();
+    ASSERT_THAT(entries, SizeIs(1));
+    EXPECT_EQ(entries[0].priority, 3);
+    EXPECT_THAT(entries[0].file, EndsWith("gpio_lines.cpp"));
+    EXPECT_EQ(entries[0].line, 811);
+    EXPECT_EQ(entries[0].function, "GetGPIOValue");
+    EXPECT_EQ(entries[0].message,
+              "Error setting gpio as Input " + std::string(pwrEn));
+    // The reason follows on the console, bare, without a line prefix.
+    EXPECT_THAT(out, AllOf(::testing::StartsWith("error is: "),
+                           HasSubstr(std::strerror(EBUSY)), EndsWith("\n")));
+    EXPECT_FALSE(platform.gpio.isRequested(pwrEn));
+}
+
+TEST_F(GpioReadTest, OtherRequestErrorsAreNotRetried)
+{
+    platform.gpio.failRequests(pwrEn, EIO, 1);
+    int value = 5;
+    std::string out =
+        console([&] { EXPECT_FALSE(GetGPIOValue(pwrEn, value)); });
+
+    EXPECT_EQ(value, 5);
+    EXPECT_THAT(platform.gpio.requests(pwrEn), SizeIs(1));
+    EXPECT_THAT(platform.clock.sleeps(), IsEmpty());
+    EXPECT_THAT(platform.journal.entries(), SizeIs(1));
+    EXPECT_THAT(out, HasSubstr(std::strerror(EIO)));
+}
+
+TEST_F(GpioReadTest, FailedReadKeepsTheValueAndFreesTheLine)
+{
+    platform.gpio.failGet(pwrEn, EIO);
+    int value = 5;
+    std::string out =
+        console([&] { EXPECT_FALSE(GetGPIOValue(pwrEn, value)); });
+
+    EXPECT_EQ(value, 5);
+    EXPECT_THAT(out, AllOf(HasSubstr("[ERROR \"gpio_lines.cpp\":"),
+                           HasSubstr("] Fail to get value"),
+                           HasSubstr(std::strerror(EIO))));
+    EXPECT_THAT(platform.journal.entries(), IsEmpty());
+    EXPECT_FALSE(platform.gpio.isRequested(pwrEn));
+}
+
+using GpioWriteTest = GpioTest;
+
+TEST_F(GpioWriteTest, DrivesTheValueAndFreesTheLineForTheNextCall)
+{
+    std::string out = console([&] {
+        EXPECT_TRUE(SetGPIOOutput(pwrGd, 1));
+        EXPECT_TRUE(SetGPIOOutput(pwrGd, 0));
+    });
+
+    EXPECT_THAT(out, IsEmpty());
+    EXPECT_THAT(platform.gpio.writes(pwrGd), ElementsAre(1, 0));
+    auto requests = platform.gpio.requests(pwrGd);
+    ASSERT_THAT(requests, SizeIs(2));
+    EXPECT_EQ(requests[0].consumer, "SetGPIOOutput");
+    EXPECT_EQ(requests[0].direction, platform::GpioDirection::output);
+    EXPECT_EQ(requests[0].flags, 0);
+    EXPECT_EQ(requests[0].defaultValue, 1);
+    EXPECT_EQ(requests[1].defaultValue, 0);
+    EXPECT_EQ(platform.gpio.value(pwrGd), 0);
+    EXPECT_FALSE(platform.gpio.isRequested(pwrGd));
+}
+
+TEST_F(GpioWriteTest, UnknownLineWarns)
+{
+    std::string out =
+        console([&] { EXPECT_FALSE(SetGPIOOutput("NO_SUCH_LINE", 1)); });
+
+    EXPECT_THAT(out,
+                AllOf(HasSubstr("[WARNING \"gpio_lines.cpp\":"),
+                      HasSubstr("] Failed to find the NO_SUCH_LINE line.\n")));
+    EXPECT_THAT(platform.gpio.requests(), IsEmpty());
+}
+
+TEST_F(GpioWriteTest, BusyLineFailsAtOnce)
+{
+    platform.gpio.setBusy(pwrGd, 1);
+    std::string out = console([&] { EXPECT_FALSE(SetGPIOOutput(pwrGd, 1)); });
+
+    EXPECT_THAT(platform.gpio.requests(pwrGd), SizeIs(1));
+    EXPECT_THAT(platform.clock.sleeps(), IsEmpty());
+    EXPECT_THAT(platform.gpio.writes(), IsEmpty());
+    EXPECT_THAT(out, AllOf(HasSubstr("[ERROR \"gpio_lines.cpp\":"),
+                           HasSubstr("] Error setting gpio as Output: " +
+                                     std::string(pwrGd)),
+                           HasSubstr(std::strerror(EBUSY))));
+    EXPECT_THAT(platform.journal.entries(), IsEmpty());
+}
+
+TEST_F(GpioWriteTest, FailedDriveIsReported)
+{
+    platform.gpio.failSet(pwrGd, EIO);
+    std::string out = console([&] { EXPECT_FALSE(SetGPIOOutput(pwrGd, 1)); });
+
+    EXPECT_THAT(
+        out, AllOf(HasSubstr("[ERROR \"gpio_lines.cpp\":"),
+                   HasSubstr("] Failed to set value for " + std::string(pwrGd)),
+                   HasSubstr(std::strerror(EIO))));
+    EXPECT_FALSE(platform.gpio.isRequested(pwrGd));
+}
+
+// A line that another consumer holds: reads wait it out until it is let
+// go, writes give up at once and leave the holder's level alone.
+TEST_F(GpioWriteTest, LineHeldElsewhere)
+{
+    auto holder = platform::gpio().findLine(pwrGd);
+    ASSERT_NE(holder, nullptr);
+    holder->request("elsewhere", platform::GpioDirection::output, 0, 1);
+
+    int value = -1;
+    console([&] {
+        EXPECT_FALSE(SetGPIOOutput(pwrGd, 0));
+        EXPECT_FALSE(GetGPIOValue(pwrGd, value));
+    });
+    EXPECT_EQ(platform.gpio.value(pwrGd), 1);
+    EXPECT_EQ(value, -1);
+
+    holder.reset();
+    EXPECT_TRUE(SetGPIOOutput(pwrGd, 0));
+    EXPECT_THAT(platform.gpio.writes(pwrGd), ElementsAre(0));
+}
+
+} // namespace
+} // namespace orvane::test

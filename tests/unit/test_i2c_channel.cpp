@@ -2,6 +2,7 @@
 #include "utils/i2c_channel.hpp"
 #include "utils/i2c_ops.hpp"
 
+#include <iostream>
 #include <thread>
 
 #include <gmock/gmock.h>
@@ -40,7 +41,13 @@ class I2cBusTest : public testing::Test
     std::string output()
     {
         capturing = false;
-        return testing::internal::GetCapturedStdout();
+        std::string text = testing::internal::GetCapturedStdout();
+        // Failure messages went into the capture too: show them.
+        if (HasFailure())
+        {
+            std::cerr << text;
+        }
+        return text;
     }
 
     void capture()
@@ -161,19 +168,20 @@ TEST_F(I2cChannelTest, WritesLandInConsecutiveRegisters)
     EXPECT_EQ(output(), "");
 }
 
-TEST_F(I2cChannelTest, ShortWritesReportEventFourWithDecimalCounts)
+TEST_F(I2cChannelTest, FailedWritesReportEventFourWithDecimalCounts)
 {
-    shortCount(Kind::write, 1);
-    uint8_t block[10] = {};
+    fail(Kind::write, EREMOTEIO, 1);
     EXPECT_FALSE(channel.WriteMemoryByte(&event, dev, 0x1A, 0xFF));
     EXPECT_EQ(event, 4);
     event = -1;
+    shortCount(Kind::write, 1);
+    uint8_t block[10] = {};
     EXPECT_FALSE(channel.WriteMemoryBlock(&event, dev, 0x1A, 10, block));
     EXPECT_EQ(event, 4);
     std::string text = output();
     EXPECT_THAT(text, HasSubstr("I2C write to memory failed, addr=0x50 "
-                                "mem_addr=0x1a data=0xff ret=1 expected=2 "
-                                "errno=0 (Success)"));
+                                "mem_addr=0x1a data=0xff ret=-1 expected=2 "
+                                "errno=121 (Remote I/O error)"));
     EXPECT_THAT(text, HasSubstr("I2C write to memory from buffer failed, "
                                 "addr=0x50 mem_addr=0x1a n_bytes=10 ret=1 "
                                 "expected=11 errno=0"));

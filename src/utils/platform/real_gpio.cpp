@@ -1,8 +1,7 @@
 #include "utils/platform/real_gpio.hpp"
 
-#include <gpiod.hpp>
-
 #include <bitset>
+#include <gpiod.hpp>
 
 namespace orvane::platform
 {

@@ -14,8 +14,7 @@ class RealJournal : public Journal
 {
   public:
     void print(int priority, const std::string& file, int line,
-               const std::string& function,
-               const std::string& message) override
+               const std::string& function, const std::string& message) override
     {
         std::string fileField = "CODE_FILE=" + file;
         std::string lineField = "CODE_LINE=" + std::to_string(line);
