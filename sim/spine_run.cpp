@@ -84,8 +84,7 @@ void fitBoard(test::FakePlatform& board)
 void printSummary(test::FakePlatform& board, const OrvaneSvcState& state)
 {
     std::cout << "\n== summary\n";
-    std::cout << "standby power: "
-              << (state.standbyPowerStatus ? "On" : "Off")
+    std::cout << "standby power: " << (state.standbyPowerStatus ? "On" : "Off")
               << ", base power: " << (state.basePowerStatus ? "On" : "Off")
               << ", sequenceEvent " << state.getSequenceEvent() << "\n";
     auto events = board.zellib.calls(test::ZellibCall::Kind::log);

@@ -53,15 +53,13 @@ TransitionText transitionText(bool on, bool standby)
                                    "UBB standby",
                                    "Power Sequence: OAM StandBy Power On",
                                    "OAM standby"}
-                  : TransitionText{"Power Sequence: UBB StandBy Power Off",
-                                   "UBB standby",
-                                   "Power Sequence: OAM StandBy Power Off",
-                                   "OAM standby"};
+                  : TransitionText{
+                        "Power Sequence: UBB StandBy Power Off", "UBB standby",
+                        "Power Sequence: OAM StandBy Power Off", "OAM standby"};
     }
     return on ? TransitionText{"Power Sequence: UBB Base Power On", "UBB base",
                                "Power Sequence: OAM Base Power On", "OAM base"}
-              : TransitionText{"Power Sequence: UBB Base Power Off",
-                               "UBB base",
+              : TransitionText{"Power Sequence: UBB Base Power Off", "UBB base",
                                "Power Sequence: OAM Base Power Off",
                                "OAM base"};
 }
@@ -70,8 +68,8 @@ TransitionText transitionText(bool on, bool standby)
 
 int AddI2CEvent(int code, int level, const std::string& message, bool flag,
                 uint8_t bus, uint16_t address, uint8_t reg,
-                uint32_t writeLength, uint8_t* writeBuffer,
-                uint32_t readLength, uint8_t* readBuffer)
+                uint32_t writeLength, uint8_t* writeBuffer, uint32_t readLength,
+                uint8_t* readBuffer)
 {
     I2CLogData record;
     if (!markFailure(code, record))
@@ -119,8 +117,7 @@ int ReportPowerCritical(bool isUbb, const std::string& detail)
     std::string message = std::string("Power Sequence: ") +
                           (isUbb ? "UBB power " : "OAM power ") + detail +
                           " goes down or status critical fault.";
-    return library.addNvLog(message, level::CRITICAL, id, detail, "",
-                            dumpPath);
+    return library.addNvLog(message, level::CRITICAL, id, detail, "", dumpPath);
 }
 
 std::string TriggerLogDump(const std::string& a, const std::string& b,

@@ -10,8 +10,8 @@ namespace orvane::logging
 // no record form (0 and 3 among them).
 int AddI2CEvent(int code, int level, const std::string& message, bool flag,
                 uint8_t bus, uint16_t address, uint8_t reg,
-                uint32_t writeLength, uint8_t* writeBuffer,
-                uint32_t readLength, uint8_t* readBuffer);
+                uint32_t writeLength, uint8_t* writeBuffer, uint32_t readLength,
+                uint8_t* readBuffer);
 
 // The four entries of a UBB and OAM power transition.
 int LogPowerTransition(bool on, bool standby);

@@ -15,8 +15,8 @@ namespace
 {
 
 constexpr std::array<std::string_view, 8> levelNames = {
-    "EMERGENCY", "ALERT", "CRITICAL", "ERROR",
-    "WARNING",   "NOTICE", "INFO",    "DEBUG"};
+    "EMERGENCY", "ALERT",  "CRITICAL", "ERROR",
+    "WARNING",   "NOTICE", "INFO",     "DEBUG"};
 
 std::string_view lastComponent(std::string_view path)
 {
@@ -56,15 +56,15 @@ std::string linePrefix(long long utcSeconds, int level, std::string_view file,
     std::ostringstream out;
     out << "(" << std::string_view(work.data(), length) << ") ["
         << levelName(level) << " "
-        << std::quoted(std::string(lastComponent(file))) << ":" << line
-        << "] ";
+        << std::quoted(std::string(lastComponent(file))) << ":" << line << "] ";
     return out.str();
 }
 
 LogLine::LogLine(int level, std::string_view file, int line, bool toConsole,
                  bool toNv, bool withPrefix, std::string messageId,
                  std::string arg1, std::string arg2, std::string arg3) :
-    lineLevel(level), name(levelName(level)), messageId(std::move(messageId)),
+    lineLevel(level),
+    name(levelName(level)), messageId(std::move(messageId)),
     arg1(std::move(arg1)), arg2(std::move(arg2)), arg3(std::move(arg3)),
     toConsole(toConsole), toNv(toConsole ? false : toNv)
 {

@@ -36,8 +36,8 @@ class LogLine
 {
   public:
     LogLine(int level, std::string_view file, int line, bool toConsole,
-            bool toNv, bool withPrefix, std::string messageId,
-            std::string arg1, std::string arg2, std::string arg3);
+            bool toNv, bool withPrefix, std::string messageId, std::string arg1,
+            std::string arg2, std::string arg3);
     ~LogLine();
 
     LogLine(const LogLine&) = delete;

@@ -36,9 +36,8 @@ class Zellib
                        const std::string& messageId, const std::string& arg1,
                        const std::string& arg2, const std::string& arg3) = 0;
     virtual int addNvLog(const std::string& message, int level,
-                         const std::string& messageId,
-                         const std::string& arg1, const std::string& arg2,
-                         const std::string& arg3) = 0;
+                         const std::string& messageId, const std::string& arg1,
+                         const std::string& arg2, const std::string& arg3) = 0;
     virtual int addI2cLog(int level, I2CLogData* data, bool flag) = 0;
     virtual std::pair<int, std::string> logDump(const std::string& a,
                                                 const std::string& b,

@@ -74,9 +74,9 @@ ZellibFallback::ZellibFallback(JournalSink sink, std::string dumpDirectory) :
 {}
 
 int ZellibFallback::event(const std::string& message, int level,
-                          const std::string& messageId,
-                          const std::string& arg1, const std::string& arg2,
-                          const std::string& arg3, bool nv)
+                          const std::string& messageId, const std::string& arg1,
+                          const std::string& arg2, const std::string& arg3,
+                          bool nv)
 {
     std::vector<std::string> fields{
         "MESSAGE=" + message, "PRIORITY=" + std::to_string(priorityOf(level)),
@@ -91,8 +91,8 @@ int ZellibFallback::event(const std::string& message, int level,
         fields.push_back("ORVANE_NON_VOLATILE=1");
     }
     sink(fields);
-    remember((nv ? "NV " : "EV ") + std::to_string(level) + " " +
-             messageId + " [" + joinArgs(arg1, arg2, arg3) + "] " + message);
+    remember((nv ? "NV " : "EV ") + std::to_string(level) + " " + messageId +
+             " [" + joinArgs(arg1, arg2, arg3) + "] " + message);
     return 0;
 }
 

@@ -56,7 +56,8 @@ Fn lookup(void* handle, const char* symbol)
 class LoadedZellib : public Zellib
 {
   public:
-    explicit LoadedZellib(const Symbols& symbols) : fn(symbols) {}
+    explicit LoadedZellib(const Symbols& symbols) : fn(symbols)
+    {}
 
     int addLog(const std::string& message, int level,
                const std::string& messageId, const std::string& arg1,

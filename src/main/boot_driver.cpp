@@ -99,13 +99,12 @@ void RunBoot(BootOps& ops, OrvaneSvcState& state, sem_t* semaphore)
     {
         return;
     }
-    std::future<bool> copyTask = std::async(
-        std::launch::async, &BootOps::ParallelTask, &ops, semaphore);
+    std::future<bool> copyTask =
+        std::async(std::launch::async, &BootOps::ParallelTask, &ops, semaphore);
     RunSupervisingLoop(ops, state, times, componentTimes, copyTask);
 }
 
-void RunSupervisingLoop(BootOps& ops, OrvaneSvcState& state,
-                        BootTimes& times,
+void RunSupervisingLoop(BootOps& ops, OrvaneSvcState& state, BootTimes& times,
                         const ComponentTimes& componentTimes,
                         std::future<bool>& copyTask)
 {

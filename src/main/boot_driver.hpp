@@ -17,8 +17,7 @@ void RunBoot(BootOps& ops, OrvaneSvcState& state, sem_t* semaphore);
 
 // The supervising loop: base power-on attempts with a budget of three
 // re-sequences, the hold of a running board, and the final report.
-void RunSupervisingLoop(BootOps& ops, OrvaneSvcState& state,
-                        BootTimes& times,
+void RunSupervisingLoop(BootOps& ops, OrvaneSvcState& state, BootTimes& times,
                         const ComponentTimes& componentTimes,
                         std::future<bool>& copyTask);
 

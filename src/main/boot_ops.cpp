@@ -20,9 +20,11 @@ bool baseEnabled()
 
 } // namespace
 
-void PlaceholderBootOps::RunDbusService(OrvaneSvcState&) {}
+void PlaceholderBootOps::RunDbusService(OrvaneSvcState&)
+{}
 
-void PlaceholderBootOps::PowerMonitor(OrvaneSvcState&) {}
+void PlaceholderBootOps::PowerMonitor(OrvaneSvcState&)
+{}
 
 uint32_t PlaceholderBootOps::Stby_Pwr_on_Sqnc_1(OrvaneSvcState&)
 {
@@ -34,18 +36,22 @@ uint32_t PlaceholderBootOps::CheckWarmBootPowerGood(OrvaneSvcState&)
     return 0;
 }
 
-void PlaceholderBootOps::CreateSecureBootService(sem_t*, bool) {}
+void PlaceholderBootOps::CreateSecureBootService(sem_t*, bool)
+{}
 
-void PlaceholderBootOps::UbbVrUpdate() {}
+void PlaceholderBootOps::UbbVrUpdate()
+{}
 
 uint32_t PlaceholderBootOps::Stby_Pwr_on_FpgaRail(OrvaneSvcState&)
 {
     return 1;
 }
 
-void PlaceholderBootOps::RunSecureBoot(OrvaneSvcState&) {}
+void PlaceholderBootOps::RunSecureBoot(OrvaneSvcState&)
+{}
 
-void PlaceholderBootOps::CollectComponentTimes(ComponentTimes&) {}
+void PlaceholderBootOps::CollectComponentTimes(ComponentTimes&)
+{}
 
 uint32_t PlaceholderBootOps::Stby_Pwr_on_Sqnc_3(OrvaneSvcState& state)
 {
@@ -56,8 +62,7 @@ uint32_t PlaceholderBootOps::Stby_Pwr_on_Sqnc_3(OrvaneSvcState& state)
 bool PlaceholderBootOps::ParallelTask(sem_t* semaphore)
 {
     sem_post(semaphore);
-    ConsoleLog(logging::level::INFO)
-        << "*** Leave Boot Critical Section. ***";
+    ConsoleLog(logging::level::INFO) << "*** Leave Boot Critical Section. ***";
     return true;
 }
 

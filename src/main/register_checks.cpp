@@ -17,8 +17,7 @@ using namespace logging;
 
 constexpr const char* criticalOem =
     "ResourceEvent.1.2.1.ResourceStatusChangedCriticalOEM";
-constexpr const char* retryFailOem =
-    "ResourceEvent.1.2.1.ResourceRetryFailOEM";
+constexpr const char* retryFailOem = "ResourceEvent.1.2.1.ResourceRetryFailOEM";
 
 struct Reading
 {
@@ -30,8 +29,8 @@ struct Reading
 Reading readByte(int bus, uint8_t address, uint8_t reg)
 {
     Reading reading{false, 0, 0};
-    reading.ok = I2CSmbusReadBlock(&reading.event, bus, address, reg,
-                                   &reading.value, 1);
+    reading.ok =
+        I2CSmbusReadBlock(&reading.event, bus, address, reg, &reading.value, 1);
     return reading;
 }
 
@@ -46,8 +45,8 @@ Reading readHotswapGood()
                     boot_reg::hotswapGood);
 }
 
-void reportFailedRead(Reading& reading, const std::string& name,
-                      uint8_t reg, int retryCount, uint32_t event)
+void reportFailedRead(Reading& reading, const std::string& name, uint8_t reg,
+                      int retryCount, uint32_t event)
 {
     ConsoleLog(level::INFO) << "Fail to read " << name;
     if (reading.event == 0)
@@ -56,11 +55,10 @@ void reportFailedRead(Reading& reading, const std::string& name,
     }
     std::string text = "Power Sequence: Fail to read " + name + ". Retry " +
                        std::to_string(retryCount);
-    AddI2CEvent(reading.event, retryCount == 4 ? level::CRITICAL
-                                               : level::WARNING,
-                text, event == sequence_event::basePowerOn,
-                boot_reg::fpgaBus, boot_reg::fpgaAddress, reg, 0, nullptr, 1,
-                &reading.value);
+    AddI2CEvent(reading.event,
+                retryCount == 4 ? level::CRITICAL : level::WARNING, text,
+                event == sequence_event::basePowerOn, boot_reg::fpgaBus,
+                boot_reg::fpgaAddress, reg, 0, nullptr, 1, &reading.value);
 }
 
 void checkCtf(int retryCount, uint32_t event)
@@ -169,8 +167,7 @@ void ReportRetryExhausted(int retryCount)
         if ((shown & (1U << n)) == 0)
         {
             NvEvent(level::CRITICAL, retryFailOem,
-                    "OAM_" + std::to_string(n) + " module power good" +
-                        retries,
+                    "OAM_" + std::to_string(n) + " module power good" + retries,
                     "", "")
                 << "OAM " << n
                 << " cannot recieve the power good signal after retries";

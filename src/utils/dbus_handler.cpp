@@ -1,6 +1,7 @@
 #include "utils/dbus_handler.hpp"
 
 #include "logging/log_line.hpp"
+#include "utils/sd_bus_call.hpp"
 
 #include <sdbus-c++/sdbus-c++.h>
 #include <systemd/sd-bus.h>
@@ -23,29 +24,6 @@ constexpr const char* orvaneService = "xyz.openbmc_project.Orvane";
 constexpr const char* orvaneObject = "/xyz/openbmc_project/Orvane";
 constexpr const char* propertiesInterface = "org.freedesktop.DBus.Properties";
 
-// One method call on a private connection of its own, freed in every path.
-// A private connection keeps these short blocking calls off the shared one,
-// whose event loop runs on another thread.
-struct PrivateCall
-{
-    PrivateCall() = default;
-    PrivateCall(const PrivateCall&) = delete;
-    PrivateCall& operator=(const PrivateCall&) = delete;
-
-    ~PrivateCall()
-    {
-        sd_bus_error_free(&error);
-        sd_bus_message_unref(reply);
-        sd_bus_message_unref(message);
-        sd_bus_flush_close_unref(bus);
-    }
-
-    sd_bus* bus = nullptr;
-    sd_bus_message* message = nullptr;
-    sd_bus_message* reply = nullptr;
-    sd_bus_error error = SD_BUS_ERROR_NULL;
-};
-
 // "<call>: <error name>: <error message>", from the bus error when the peer
 // sent one and from the errno otherwise.
 std::string describe(const char* call, int result, sd_bus_error& error)
@@ -64,7 +42,7 @@ std::string describe(const char* call, int result, sd_bus_error& error)
 
 // Opens the connection and builds a Properties call to the daemon's service.
 // Empty on success, otherwise the description of the failing step.
-std::string prepare(PrivateCall& call, const std::string& path,
+std::string prepare(SdBusCall& call, const std::string& path,
                     const char* member)
 {
     int r = sd_bus_open_system(&call.bus);
@@ -85,7 +63,7 @@ std::string prepare(PrivateCall& call, const std::string& path,
 std::string trySet(const std::string& interface, const std::string& property,
                    const std::string& value)
 {
-    PrivateCall call;
+    SdBusCall call;
     std::string failure = prepare(call, orvaneObject, "Set");
     if (!failure.empty())
     {
@@ -135,7 +113,7 @@ std::string GetBusProperty(const std::string& path,
                            const std::string& interface,
                            const std::string& property)
 {
-    PrivateCall call;
+    SdBusCall call;
     std::string failure = prepare(call, path, "Get");
     if (!failure.empty())
     {

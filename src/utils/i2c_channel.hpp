@@ -26,8 +26,7 @@ struct I2CChannel
                          uint32_t length, uint8_t* buffer);
     bool SmbusReadBlock(int* event, uint8_t address, uint8_t command,
                         uint8_t* buffer, uint8_t length);
-    bool SmbusWriteByte(int* event, uint8_t address, uint8_t command,
-                        bool pec);
+    bool SmbusWriteByte(int* event, uint8_t address, uint8_t command, bool pec);
     bool SmbusWriteByteData(int* event, uint8_t address, uint8_t command,
                             uint8_t data, bool pec);
     bool ReadMemoryBlock16(int* event, uint8_t address, uint16_t memAddr16,

@@ -1,6 +1,7 @@
 #include "utils/mctp_call.hpp"
 
 #include "logging/log_line.hpp"
+#include "utils/sd_bus_call.hpp"
 
 #include <systemd/sd-bus.h>
 
@@ -13,27 +14,6 @@ namespace
 {
 
 using logging::level::ERR;
-
-// Everything one call holds, given back in every path.
-struct EndpointCall
-{
-    EndpointCall() = default;
-    EndpointCall(const EndpointCall&) = delete;
-    EndpointCall& operator=(const EndpointCall&) = delete;
-
-    ~EndpointCall()
-    {
-        sd_bus_error_free(&error);
-        sd_bus_message_unref(reply);
-        sd_bus_message_unref(message);
-        sd_bus_flush_close_unref(bus);
-    }
-
-    sd_bus* bus = nullptr;
-    sd_bus_message* message = nullptr;
-    sd_bus_message* reply = nullptr;
-    sd_bus_error error = SD_BUS_ERROR_NULL;
-};
 
 int failed(const char* function, int result)
 {
@@ -54,7 +34,7 @@ int appendScalar(int previous, sd_bus_message* message, const char* type,
 // and the call itself, which waits as long as the endpoint takes. The
 // reply is left in `call` on success.
 template <typename AppendScalars>
-int callEndpoint(EndpointCall& call, const MctpEndpointService& endpoint,
+int callEndpoint(SdBusCall& call, const MctpEndpointService& endpoint,
                  const char* method, AppendScalars appendScalars,
                  const std::vector<uint8_t>& data)
 {
@@ -106,7 +86,7 @@ int readResult(sd_bus_message* reply)
 int MctpSendAddress(const MctpEndpointService& endpoint, uint8_t a, uint8_t b,
                     uint8_t c, bool flag, const std::vector<uint8_t>& data)
 {
-    EndpointCall call;
+    SdBusCall call;
     auto scalars = [&](sd_bus_message* message) {
         int r = appendScalar(0, message, "y", a);
         r = appendScalar(r, message, "y", b);
@@ -120,7 +100,7 @@ int MctpSendAddress(const MctpEndpointService& endpoint, uint8_t a, uint8_t b,
 int MctpSendBusOwner(const MctpEndpointService& endpoint, uint8_t a, bool flag,
                      const std::vector<uint8_t>& data)
 {
-    EndpointCall call;
+    SdBusCall call;
     auto scalars = [&](sd_bus_message* message) {
         int r = appendScalar(0, message, "y", a);
         return appendScalar(r, message, "b", static_cast<int>(flag));
@@ -133,7 +113,7 @@ int MctpSendRecv(const MctpEndpointService& endpoint, uint8_t eid,
                  uint16_t timeout, const std::vector<uint8_t>& request,
                  std::vector<uint8_t>& response)
 {
-    EndpointCall call;
+    SdBusCall call;
     auto scalars = [&](sd_bus_message* message) {
         int r = appendScalar(0, message, "y", eid);
         return appendScalar(r, message, "q", timeout);

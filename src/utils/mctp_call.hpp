@@ -19,8 +19,8 @@ struct MctpEndpointService
 // sd-bus call otherwise.
 int MctpSendAddress(const MctpEndpointService& endpoint, uint8_t a, uint8_t b,
                     uint8_t c, bool flag, const std::vector<uint8_t>& data);
-int MctpSendBusOwner(const MctpEndpointService& endpoint, uint8_t a,
-                     bool flag, const std::vector<uint8_t>& data);
+int MctpSendBusOwner(const MctpEndpointService& endpoint, uint8_t a, bool flag,
+                     const std::vector<uint8_t>& data);
 int MctpSendRecv(const MctpEndpointService& endpoint, uint8_t eid,
                  uint16_t timeout, const std::vector<uint8_t>& request,
                  std::vector<uint8_t>& response);

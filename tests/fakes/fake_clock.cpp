@@ -41,8 +41,9 @@ void FakeClock::advance(std::chrono::nanoseconds duration)
 void FakeClock::setWall(std::chrono::system_clock::time_point wall)
 {
     std::lock_guard lock(mutex);
-    wallStart = wall - std::chrono::duration_cast<
-                           std::chrono::system_clock::duration>(elapsed);
+    wallStart =
+        wall - std::chrono::duration_cast<std::chrono::system_clock::duration>(
+                   elapsed);
 }
 
 std::vector<std::chrono::nanoseconds> FakeClock::sleeps() const

@@ -47,8 +47,8 @@ int FakeShell::system(const std::string& command)
     return found == statusFor.end() ? defaultStatus : found->second;
 }
 
-std::unique_ptr<platform::ShellPipe>
-    FakeShell::popen(const std::string& command)
+std::unique_ptr<platform::ShellPipe> FakeShell::popen(
+    const std::string& command)
 {
     int status = system(command);
     return std::make_unique<StringPipe>(output, status);

@@ -21,8 +21,8 @@ class FakeShell : public platform::Shell
 {
   public:
     int system(const std::string& command) override;
-    std::unique_ptr<platform::ShellPipe>
-        popen(const std::string& command) override;
+    std::unique_ptr<platform::ShellPipe> popen(
+        const std::string& command) override;
 
     std::vector<std::string> commands() const;
 
@@ -58,8 +58,7 @@ class FakeDevMem : public platform::DevMem
 {
   public:
     platform::DevMemResult readWord(uint64_t base, uint32_t mapLength,
-                                    uint32_t offset,
-                                    uint32_t& value) override;
+                                    uint32_t offset, uint32_t& value) override;
 
     platform::DevMemResult result = platform::DevMemResult::ok;
     uint32_t word = 0;

@@ -9,15 +9,14 @@ int RecordingZellib::addLog(const std::string& message, int level,
                             const std::string& arg3)
 {
     std::lock_guard lock(mutex);
-    recorded.push_back({ZellibCall::Kind::log, message, level, messageId,
-                        arg1, arg2, arg3, std::nullopt, false});
+    recorded.push_back({ZellibCall::Kind::log, message, level, messageId, arg1,
+                        arg2, arg3, std::nullopt, false});
     return 0;
 }
 
 int RecordingZellib::addNvLog(const std::string& message, int level,
                               const std::string& messageId,
-                              const std::string& arg1,
-                              const std::string& arg2,
+                              const std::string& arg1, const std::string& arg2,
                               const std::string& arg3)
 {
     std::lock_guard lock(mutex);
@@ -29,8 +28,8 @@ int RecordingZellib::addNvLog(const std::string& message, int level,
 int RecordingZellib::addI2cLog(int level, I2CLogData* data, bool flag)
 {
     std::lock_guard lock(mutex);
-    recorded.push_back({ZellibCall::Kind::i2cLog, data->message, level, "",
-                        "", "", "", *data, flag});
+    recorded.push_back({ZellibCall::Kind::i2cLog, data->message, level, "", "",
+                        "", "", *data, flag});
     return 0;
 }
 
@@ -40,16 +39,16 @@ std::pair<int, std::string> RecordingZellib::logDump(const std::string& a,
                                                      const double& value)
 {
     std::lock_guard lock(mutex);
-    recorded.push_back({ZellibCall::Kind::dump, std::to_string(value), 0, "",
-                        a, b, c, std::nullopt, false});
+    recorded.push_back({ZellibCall::Kind::dump, std::to_string(value), 0, "", a,
+                        b, c, std::nullopt, false});
     return {dumpCode, dumpPath};
 }
 
 void RecordingZellib::setBootTimeFinish(bool value)
 {
     std::lock_guard lock(mutex);
-    recorded.push_back({ZellibCall::Kind::bootTimeFinish, "", 0, "", "", "",
-                        "", std::nullopt, value});
+    recorded.push_back({ZellibCall::Kind::bootTimeFinish, "", 0, "", "", "", "",
+                        std::nullopt, value});
 }
 
 std::vector<ZellibCall> RecordingZellib::calls() const

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <deque>
 #include <mutex>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -29,8 +30,14 @@ class ScriptedOps : public BootOps
 {
   public:
     // The thread bodies end at once; when they run is up to the scheduler.
-    void RunDbusService(OrvaneSvcState&) override {}
-    void PowerMonitor(OrvaneSvcState&) override {}
+    void RunDbusService(OrvaneSvcState&) override
+    {
+        ++threadBodiesDone;
+    }
+    void PowerMonitor(OrvaneSvcState&) override
+    {
+        ++threadBodiesDone;
+    }
     uint32_t Stby_Pwr_on_Sqnc_1(OrvaneSvcState&) override
     {
         note("standby1");
@@ -74,8 +81,8 @@ class ScriptedOps : public BootOps
     }
     uint32_t Base_Pwr_on_Sqnc(OrvaneSvcState& state) override
     {
-        BaseAttempt attempt = attempts.empty() ? BaseAttempt{0, 16}
-                                               : attempts.front();
+        BaseAttempt attempt =
+            attempts.empty() ? BaseAttempt{0, 16} : attempts.front();
         if (!attempts.empty())
         {
             attempts.pop_front();
@@ -110,6 +117,7 @@ class ScriptedOps : public BootOps
     int efuseFaultAt = -1;
     int efuseChecks = 0;
     std::atomic<int> copies{0};
+    std::atomic<int> threadBodiesDone{0};
 
   private:
     void note(const std::string& call)
@@ -138,6 +146,16 @@ class BootDriverTest : public ::testing::Test
 
     ~BootDriverTest() override
     {
+        // The service threads are detached; in the daemon they outlive
+        // everything, here they must be over before the fixture goes.
+        auto calls = ops.calls();
+        bool monitorStarted =
+            std::find(calls.begin(), calls.end(), "secureBoot") != calls.end();
+        int started = booted ? (monitorStarted ? 2 : 1) : 0;
+        while (ops.threadBodiesDone < started)
+        {
+            std::this_thread::yield();
+        }
         sem_destroy(&semaphore);
     }
 
@@ -151,6 +169,7 @@ class BootDriverTest : public ::testing::Test
     std::string boot()
     {
         ::testing::internal::CaptureStdout();
+        booted = true;
         RunBoot(ops, state, &semaphore);
         return ::testing::internal::GetCapturedStdout();
     }
@@ -181,6 +200,7 @@ class BootDriverTest : public ::testing::Test
     ScriptedOps ops;
     OrvaneSvcState state;
     sem_t semaphore;
+    bool booted = false;
 };
 
 TEST_F(BootDriverTest, FourFailedAttemptsSpendTheBudgetAndStop)
@@ -235,8 +255,10 @@ TEST_F(BootDriverTest, FourFailedAttemptsSpendTheBudgetAndStop)
     EXPECT_EQ(std::count(calls.begin(), calls.end(), "baseOn"), 4);
     EXPECT_THAT(std::vector<std::string>(calls.end() - 2, calls.end()),
                 ElementsAre("baseOn", "baseOff 16"));
-    EXPECT_THAT(trail, HasSubstr("Module Power Good Register 0x61 value is f0"));
-    EXPECT_THAT(trail, HasSubstr("Module Power Good Register 0x61 value is 0\n"));
+    EXPECT_THAT(trail,
+                HasSubstr("Module Power Good Register 0x61 value is f0"));
+    EXPECT_THAT(trail,
+                HasSubstr("Module Power Good Register 0x61 value is 0\n"));
     auto error = trail.find("Base power off due to error");
     ASSERT_NE(error, std::string::npos);
     EXPECT_NE(trail.find("Power Sequence Stop", error), std::string::npos);
@@ -322,8 +344,7 @@ TEST_F(BootDriverTest, StandbyOneFailureStillReadsServiceAndLeavesSection)
     EXPECT_NE(std::find(calls.begin(), calls.end(), "service cold"),
               calls.end());
     EXPECT_NE(std::find(calls.begin(), calls.end(), "ubbVr"), calls.end());
-    EXPECT_EQ(std::find(calls.begin(), calls.end(), "secureBoot"),
-              calls.end());
+    EXPECT_EQ(std::find(calls.begin(), calls.end(), "secureBoot"), calls.end());
     EXPECT_EQ(semaphoreValue(), 1);
     size_t error = trail.find("Standby power sequence 1 error");
     size_t leave = trail.find("*** Leave Boot Critical Section. ***");

@@ -61,9 +61,9 @@ TEST_F(EventsTest, I2cCodesWithoutRecordReachNoLibrary)
     for (int code : {0, 3, 7, -1})
     {
         ::testing::internal::CaptureStderr();
-        EXPECT_EQ(AddI2CEvent(code, 2, "m", false, 0, 0, 0, 0, nullptr, 0,
-                              nullptr),
-                  -1);
+        EXPECT_EQ(
+            AddI2CEvent(code, 2, "m", false, 0, 0, 0, 0, nullptr, 0, nullptr),
+            -1);
         EXPECT_EQ(::testing::internal::GetCapturedStderr(),
                   "Undefined I2C_Event code\n");
     }

@@ -44,8 +44,9 @@ TEST_F(LogLineTest, PrefixIsUtcWhateverTheLocalZone)
     std::string saved = old ? old : "";
     setenv("TZ", "Asia/Tokyo", 1);
     tzset();
-    std::string out = console(
-        [] { LogLine(level::INFO, "f", 1, true, false, true, "", "", "", ""); });
+    std::string out = console([] {
+        LogLine(level::INFO, "f", 1, true, false, true, "", "", "", "");
+    });
     old ? setenv("TZ", saved.c_str(), 1) : unsetenv("TZ");
     tzset();
     EXPECT_EQ(out, "(2026-11-14 16:05:16) [INFO \"f\":1] \n");
@@ -53,9 +54,12 @@ TEST_F(LogLineTest, PrefixIsUtcWhateverTheLocalZone)
 
 TEST_F(LogLineTest, LevelNamesAndOutOfRangeLevel)
 {
-    EXPECT_EQ(linePrefix(0, 0, "a", 1), "(1970-01-01 00:00:00) [EMERGENCY \"a\":1] ");
-    EXPECT_EQ(linePrefix(0, 5, "a", 1), "(1970-01-01 00:00:00) [NOTICE \"a\":1] ");
-    EXPECT_EQ(linePrefix(0, 7, "a", 1), "(1970-01-01 00:00:00) [DEBUG \"a\":1] ");
+    EXPECT_EQ(linePrefix(0, 0, "a", 1),
+              "(1970-01-01 00:00:00) [EMERGENCY \"a\":1] ");
+    EXPECT_EQ(linePrefix(0, 5, "a", 1),
+              "(1970-01-01 00:00:00) [NOTICE \"a\":1] ");
+    EXPECT_EQ(linePrefix(0, 7, "a", 1),
+              "(1970-01-01 00:00:00) [DEBUG \"a\":1] ");
     // An unknown level keeps the blank after the empty name.
     EXPECT_EQ(linePrefix(0, 8, "a", 1), "(1970-01-01 00:00:00) [ \"a\":1] ");
     EXPECT_EQ(linePrefix(0, -1, "a", 1), "(1970-01-01 00:00:00) [ \"a\":1] ");
@@ -73,9 +77,9 @@ TEST_F(LogLineTest, FileNameIsLastComponentQuotedWithEscapes)
 TEST_F(LogLineTest, StreamsFormatLikeAnOutputStream)
 {
     std::string out = console([] {
-        ConsoleLog(level::INFO) << "v=0x" << std::hex << std::setw(4)
-                                << std::setfill('0') << 0x2a << std::dec
-                                << " n=" << 12 << std::endl;
+        ConsoleLog(level::INFO)
+            << "v=0x" << std::hex << std::setw(4) << std::setfill('0') << 0x2a
+            << std::dec << " n=" << 12 << std::endl;
     });
     EXPECT_NE(out.find("] v=0x002a n=12\n\n"), std::string::npos);
 }

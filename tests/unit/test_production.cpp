@@ -95,12 +95,13 @@ TEST_F(ZellibFallbackTest, DumpHoldsTheMostRecentEvents)
     EXPECT_NE(text.str().find("event 10\n"), std::string::npos);
     EXPECT_NE(text.str().find("event 265\n"), std::string::npos);
     // A second dump in the same second gets a name of its own.
-    EXPECT_NE(library.logDump("OAMPowerStatus", "Critical", "OAM_1", 0.0)
-                  .second,
-              path);
+    EXPECT_NE(
+        library.logDump("OAMPowerStatus", "Critical", "OAM_1", 0.0).second,
+        path);
 }
 
-void onAlarm(int) {}
+void onAlarm(int)
+{}
 
 TEST(RealClockTest, InterruptedSleepGoesOnWithTheRest)
 {

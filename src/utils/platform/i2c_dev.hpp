@@ -31,8 +31,7 @@ class I2cDev
                                        uint8_t value) = 0;
     virtual int32_t smbusWriteByte(int fd, uint8_t value) = 0;
     virtual int32_t smbusReadI2cBlockData(int fd, uint8_t command,
-                                          uint8_t length,
-                                          uint8_t* values) = 0;
+                                          uint8_t length, uint8_t* values) = 0;
     virtual int32_t smbusWriteI2cBlockData(int fd, uint8_t command,
                                            uint8_t length,
                                            const uint8_t* values) = 0;

@@ -30,8 +30,8 @@ class RealDevMem : public DevMem
         }
         // The caller may read past the length it mapped: the kernel maps
         // whole pages, so the word is still inside the mapping.
-        value = *reinterpret_cast<volatile uint32_t*>(
-            static_cast<char*>(map) + offset);
+        value = *reinterpret_cast<volatile uint32_t*>(static_cast<char*>(map) +
+                                                      offset);
         if (::munmap(map, mapLength) != 0)
         {
             return DevMemResult::munmapFailed;

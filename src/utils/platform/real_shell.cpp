@@ -12,7 +12,8 @@ namespace
 class RealPipe : public ShellPipe
 {
   public:
-    explicit RealPipe(FILE* stream) : stream(stream) {}
+    explicit RealPipe(FILE* stream) : stream(stream)
+    {}
 
     ~RealPipe() override
     {
