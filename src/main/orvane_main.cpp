@@ -6,9 +6,9 @@
 namespace orvane
 {
 
-void OrvaneMain(BootOps& ops)
+void OrvaneMain(BootOps& ops, const char* shmName)
 {
-    sem_t* semaphore = OpenSecureShm(secureShmName);
+    sem_t* semaphore = OpenSecureShm(shmName);
     // On this stack for the life of the process, which never returns from
     // here: the D-Bus thread and the power monitor hold references to it.
     OrvaneSvcState state;

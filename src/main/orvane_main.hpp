@@ -6,6 +6,7 @@ namespace orvane
 {
 
 // The daemon's life after the platform seams are installed: never returns.
-[[noreturn]] void OrvaneMain(BootOps& ops);
+// The shared memory name differs only where several boards share a machine.
+[[noreturn]] void OrvaneMain(BootOps& ops, const char* shmName);
 
 } // namespace orvane

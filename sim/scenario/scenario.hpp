@@ -1,0 +1,119 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace ubbsim
+{
+
+// Times in a scenario are seconds of board time from the start of the run.
+using Seconds = double;
+
+// FRU contents as the FRU device service publishes them.
+struct FruContents
+{
+    bool present = true;
+    std::string productName;     // PRODUCT_PRODUCT_NAME, e.g. "OAM KV35 AC B"
+    std::string hwDesign;        // MULTIRECORD_VR_HW_DESIGN
+    std::string version;         // PRODUCT_VERSION
+    std::string thermal;         // MULTIRECORD_THERMAL_MODEL / _AIR_FLOW_DIR
+    std::map<std::string, std::string> extra; // further string properties
+};
+
+struct OamSlot
+{
+    bool present = true;
+    FruContents fru;
+    // The I2C address at which the OAM's IBC regulator answers; an old BOM
+    // answers at an alternate (0x10 or 0x1F).
+    std::optional<uint8_t> ibcAddress;
+    uint16_t dacValue = 0x0604; // bytes 3 and 4 of the DAC block
+};
+
+enum class ResetKind
+{
+    cold, // the SMC and the board start from no power
+    warm, // the SMC restarts while the board keeps standby (and base) power
+};
+
+// What the host and the rack do to the board.
+struct HostAction
+{
+    enum class Kind
+    {
+        enable,       // GPU_BASE_PWR_EN high
+        disable,      // GPU_BASE_PWR_EN low
+        unplug,       // the HGX plug bit reports unplugged
+        plug,
+        serverReset,  // server reset line asserted (active low bit)
+        serverResetRelease,
+    };
+    Seconds at = 0;
+    Kind kind = Kind::enable;
+};
+
+// A fault of the board. Which fields matter depends on the kind:
+//   railNoPowerGood  rail                       power good never comes
+//   railDrop         rail, at                   power good drops at `at`
+//   nack             bus, address, at, until    the device stops answering
+//   gpioBusy         line, at, until            another consumer holds it
+//   ctf              oam, at                    thermal trip of one OAM
+//   moduleGoodLost   oam, at                    module power good drops
+//   hotswapNoGood    count                      hotswap power good never
+//                                               comes, for `count` enables
+//                                               (-1: always)
+//   fpgaTimeout      count                      the FPGA doesn't activate
+//                                               for `count` program pulses
+//   efuse            oam, value                 the RM reports an eFuse fault
+//   emcMisconfig     value                      the EMC1438 reads `value`
+//   sgpio            fpga ("ubb"|"smc"), value, at   SGPIO status bits set
+struct Fault
+{
+    std::string kind;
+    Seconds at = 0;
+    std::optional<Seconds> until;
+    std::string rail; // a rail name, e.g. "VCCINT_FPGA" or "P3V3_OAM_03"
+    int oam = -1;
+    int bus = -1;
+    int address = -1;
+    std::string line;
+    std::string fpga;
+    int count = -1;
+    int value = 0;
+};
+
+// What happens to the daemon process.
+struct DaemonAction
+{
+    enum class Kind
+    {
+        restart, // kill and start again: an SMC reset under board power
+        kill,
+    };
+    Seconds at = 0;
+    Kind kind = Kind::restart;
+};
+
+struct Scenario
+{
+    std::string name;
+    std::string description;
+    ResetKind start = ResetKind::cold;
+    // With a warm start: whether base power was on before the SMC reset.
+    bool baseWasOn = false;
+    std::array<OamSlot, 8> oams;
+    FruContents ubbFru;
+    bool k517 = true;              // the board carries the k517 retimer rails
+    std::vector<HostAction> host;
+    std::vector<Fault> faults;
+    std::vector<DaemonAction> daemon;
+    std::map<std::string, int> toolExit; // exit status per tool path
+    Seconds end = 120;
+    double speed = 10;             // board seconds per machine second
+};
+
+} // namespace ubbsim
