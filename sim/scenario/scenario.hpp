@@ -17,10 +17,12 @@ using Seconds = double;
 struct FruContents
 {
     bool present = true;
-    std::string productName;     // PRODUCT_PRODUCT_NAME, e.g. "OAM KV35 AC B"
-    std::string hwDesign;        // MULTIRECORD_VR_HW_DESIGN
-    std::string version;         // PRODUCT_VERSION
-    std::string thermal;         // MULTIRECORD_THERMAL_MODEL / _AIR_FLOW_DIR
+    std::string productName; // PRODUCT_PRODUCT_NAME, e.g. "OAM KV35 AC B"
+    std::string hwDesign;    // MULTIRECORD_VR_HW_DESIGN
+    std::string version;     // PRODUCT_VERSION
+    std::string thermal;     // MULTIRECORD_THERMAL_MODEL / _AIR_FLOW_DIR
+    // An empty text above stands for a field the EEPROM doesn't carry: the
+    // property is then not published.
     std::map<std::string, std::string> extra; // further string properties
 };
 
@@ -32,6 +34,8 @@ struct OamSlot
     // answers at an alternate (0x10 or 0x1F).
     std::optional<uint8_t> ibcAddress;
     uint16_t dacValue = 0x0604; // bytes 3 and 4 of the DAC block
+    // The SHA-256 that the RM service reports for this OAM's RM image.
+    std::array<uint8_t, 32> rmDigest{};
 };
 
 enum class ResetKind
@@ -45,11 +49,11 @@ struct HostAction
 {
     enum class Kind
     {
-        enable,       // GPU_BASE_PWR_EN high
-        disable,      // GPU_BASE_PWR_EN low
-        unplug,       // the HGX plug bit reports unplugged
+        enable,  // GPU_BASE_PWR_EN high
+        disable, // GPU_BASE_PWR_EN low
+        unplug,  // the HGX plug bit reports unplugged
         plug,
-        serverReset,  // server reset line asserted (active low bit)
+        serverReset, // server reset line asserted (active low bit)
         serverResetRelease,
     };
     Seconds at = 0;
@@ -107,13 +111,14 @@ struct Scenario
     bool baseWasOn = false;
     std::array<OamSlot, 8> oams;
     FruContents ubbFru;
-    bool k517 = true;              // the board carries the k517 retimer rails
+    bool fruValid = true; // FruValid of the FRU device manager
+    bool k517 = true;     // the board carries the k517 retimer rails
     std::vector<HostAction> host;
     std::vector<Fault> faults;
     std::vector<DaemonAction> daemon;
     std::map<std::string, int> toolExit; // exit status per tool path
     Seconds end = 120;
-    double speed = 10;             // board seconds per machine second
+    double speed = 10; // board seconds per machine second
 };
 
 } // namespace ubbsim

@@ -1,0 +1,147 @@
+#include "board/virtual_board.hpp"
+
+#include <cerrno>
+
+namespace ubbsim
+{
+
+VirtualBoard::VirtualBoard(const Scenario& scenario,
+                           std::unique_ptr<BoardTime> time) :
+    time(std::move(time)),
+    model(scenario),
+    reason(scenario.start == ResetKind::warm ? warmReset : coldReset)
+{}
+
+std::unique_lock<std::mutex> VirtualBoard::settle()
+{
+    std::unique_lock lock(mutex);
+    model.timeline.runUntil(time->now());
+    return lock;
+}
+
+int VirtualBoard::openBus(int bus)
+{
+    auto lock = settle();
+    return model.buses.exists(bus) ? 0 : -ENOENT;
+}
+
+int VirtualBoard::transfer(int bus, std::vector<I2cSegment>& segments, bool pec)
+{
+    SimTime start{0};
+    SimTime end{0};
+    {
+        auto lock = settle();
+        ++counts.i2cTransfers;
+        if (!model.buses.exists(bus))
+        {
+            ++counts.i2cFailures;
+            return -ENOENT;
+        }
+        // Transfers on one bus follow each other; others run alongside.
+        auto& free = busFree[static_cast<size_t>(bus)];
+        start = std::max(model.timeline.now(), free);
+        end = start + I2cBuses::duration(segments, pec);
+        free = end;
+    }
+    time->sleepUntil(start);
+    int result = busTransfer(bus, segments, pec);
+    time->sleepUntil(end);
+    return result;
+}
+
+int VirtualBoard::busTransfer(int bus, std::vector<I2cSegment>& segments, bool)
+{
+    auto lock = settle();
+    int result = model.buses.transfer(bus, segments);
+    if (result < 0)
+    {
+        ++counts.i2cFailures;
+    }
+    return result;
+}
+
+bool VirtualBoard::lineExists(const std::string& name)
+{
+    auto lock = settle();
+    return model.gpio.exists(name);
+}
+
+int VirtualBoard::requestLine(uint64_t owner, const std::string& name,
+                              const std::string&, bool output, int,
+                              int defaultValue, uint32_t& handle)
+{
+    auto lock = settle();
+    return model.gpio.request(owner, name, output, defaultValue, handle);
+}
+
+int VirtualBoard::getLine(uint32_t handle)
+{
+    auto lock = settle();
+    return model.gpio.get(handle);
+}
+
+int VirtualBoard::setLine(uint32_t handle, int value)
+{
+    auto lock = settle();
+    return model.gpio.set(handle, value);
+}
+
+int VirtualBoard::releaseLine(uint32_t handle)
+{
+    auto lock = settle();
+    return model.gpio.release(handle);
+}
+
+void VirtualBoard::releaseOwner(uint64_t owner)
+{
+    auto lock = settle();
+    model.gpio.releaseOwner(owner);
+}
+
+uint32_t VirtualBoard::resetReason()
+{
+    auto lock = settle();
+    return reason;
+}
+
+// The SoC restarts: its lines are let go and keep their levels, and the
+// board keeps its power.
+void VirtualBoard::smcReset()
+{
+    auto lock = settle();
+    reason = warmReset;
+    model.gpio.releaseAll();
+}
+
+int VirtualBoard::retimerEnsure(int, const std::string&)
+{
+    return 0;
+}
+
+void VirtualBoard::advance()
+{
+    auto lock = settle();
+}
+
+BoardStats VirtualBoard::stats()
+{
+    auto lock = settle();
+    BoardStats now = counts;
+    now.gpioRequests = model.gpio.requests();
+    now.gpioBusy = model.gpio.refusals();
+    return now;
+}
+
+void VirtualBoard::writeWaveform(const std::string& path)
+{
+    auto lock = settle();
+    model.waveform.writeVcd(path);
+}
+
+std::vector<std::string> VirtualBoard::summary()
+{
+    auto lock = settle();
+    return model.summary();
+}
+
+} // namespace ubbsim

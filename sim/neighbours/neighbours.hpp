@@ -1,0 +1,51 @@
+#pragma once
+
+#include "neighbours/call_log.hpp"
+#include "scenario/scenario.hpp"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace ubbsim
+{
+
+// The OpenBMC services that the daemon talks to, served on the system bus
+// (DBUS_SYSTEM_BUS_ADDRESS) as the scenario's board would have them:
+//   xyz.openbmc_project.FruDevice           FRU EEPROM contents
+//   xyz.openbmc_project.ObjectMapper        GetSubTree over the objects here
+//   xyz.openbmc_project.State.Chassis       CurrentPowerState
+//   xyz.openbmc_project.Software.BMC.Updater  SMCUpdateOnGoing
+//   xyz.openbmc_project.rm                  the RM service's methods
+// Each has a connection and a thread of its own.
+class Neighbours
+{
+  public:
+    explicit Neighbours(const Scenario& scenario);
+    ~Neighbours();
+    Neighbours(const Neighbours&) = delete;
+    Neighbours& operator=(const Neighbours&) = delete;
+
+    // Connects, registers every object, then takes the names, so that a
+    // name that can be seen is ready to answer. Throws sdbus::Error when
+    // the bus can't be reached or a name is taken.
+    void start();
+    // Lets the names go and ends the threads; also done by the destructor.
+    void stop();
+
+    // Every method call and property write so far, in order of arrival.
+    std::vector<BusCall> calls() const;
+    size_t callCount(const std::string& member) const;
+
+    std::string chassisPowerState() const;
+    bool smcUpdateOnGoing() const;
+
+    // Why event loops ended early (the bus went away), one line each.
+    std::vector<std::string> errors() const;
+
+  private:
+    struct Impl;
+    std::unique_ptr<Impl> impl;
+};
+
+} // namespace ubbsim

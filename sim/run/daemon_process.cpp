@@ -1,0 +1,120 @@
+#include "run/daemon_process.hpp"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <iostream>
+#include <stdexcept>
+
+namespace ubbsim
+{
+
+DaemonProcess::DaemonProcess(std::string program, Environment environment,
+                             const std::string& trailPath, bool echo) :
+    program(std::move(program)),
+    environment(std::move(environment)), trail(trailPath, std::ios::app),
+    echo(echo)
+{}
+
+DaemonProcess::~DaemonProcess()
+{
+    kill();
+}
+
+void DaemonProcess::start()
+{
+    int pipeFds[2];
+    if (::pipe2(pipeFds, O_CLOEXEC) != 0)
+    {
+        throw std::runtime_error("cannot make the daemon's output pipe");
+    }
+    pid = ::fork();
+    if (pid == 0)
+    {
+        ::dup2(pipeFds[1], STDOUT_FILENO);
+        ::dup2(pipeFds[1], STDERR_FILENO);
+        for (const auto& [name, value] : environment)
+        {
+            ::setenv(name.c_str(), value.c_str(), 1);
+        }
+        ::execl(program.c_str(), program.c_str(), static_cast<char*>(nullptr));
+        std::perror(program.c_str());
+        ::_exit(127);
+    }
+    ::close(pipeFds[1]);
+    if (pid < 0)
+    {
+        ::close(pipeFds[0]);
+        throw std::runtime_error("cannot start " + program);
+    }
+    reaped = false;
+    ++startCount;
+    reader = std::thread(&DaemonProcess::pump, this, pipeFds[0]);
+}
+
+void DaemonProcess::pump(int fd)
+{
+    FILE* stream = ::fdopen(fd, "r");
+    char* line = nullptr;
+    size_t capacity = 0;
+    while (::getline(&line, &capacity, stream) > 0)
+    {
+        std::lock_guard lock(mutex);
+        trail << line;
+        trail.flush();
+        if (echo)
+        {
+            std::cout << line << std::flush;
+        }
+    }
+    std::free(line);
+    std::fclose(stream);
+}
+
+bool DaemonProcess::running()
+{
+    if (pid <= 0 || reaped)
+    {
+        return false;
+    }
+    if (::waitpid(pid, &status, WNOHANG) == pid)
+    {
+        reaped = true;
+        return false;
+    }
+    return true;
+}
+
+void DaemonProcess::kill()
+{
+    if (pid > 0 && !reaped)
+    {
+        ::kill(pid, SIGKILL);
+        ::waitpid(pid, &status, 0);
+        reaped = true;
+    }
+    if (reader.joinable())
+    {
+        reader.join();
+    }
+}
+
+std::string DaemonProcess::lastExit() const
+{
+    if (!reaped)
+    {
+        return "running";
+    }
+    if (WIFSIGNALED(status))
+    {
+        return WTERMSIG(status) == SIGKILL
+                   ? "killed by the run"
+                   : "died on signal " + std::to_string(WTERMSIG(status));
+    }
+    return "exited with status " + std::to_string(WEXITSTATUS(status));
+}
+
+} // namespace ubbsim

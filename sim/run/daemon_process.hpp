@@ -1,0 +1,55 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <fstream>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace ubbsim
+{
+
+// The daemon under test as a child process. Its standard output is the
+// trail: every line goes to the trail file and, unless quiet, to ours.
+class DaemonProcess
+{
+  public:
+    using Environment = std::vector<std::pair<std::string, std::string>>;
+
+    DaemonProcess(std::string program, Environment environment,
+                  const std::string& trailPath, bool echo);
+    ~DaemonProcess();
+    DaemonProcess(const DaemonProcess&) = delete;
+    DaemonProcess& operator=(const DaemonProcess&) = delete;
+
+    void start();
+    // SIGKILL and reap: the daemon has no shutdown path of its own.
+    void kill();
+    bool running();
+    int starts() const
+    {
+        return startCount;
+    }
+    // How the last run ended, as a text for the summary.
+    std::string lastExit() const;
+
+  private:
+    void pump(int fd);
+
+    std::string program;
+    Environment environment;
+    std::ofstream trail;
+    bool echo;
+    pid_t pid = -1;
+    int status = 0;
+    bool reaped = false;
+    int startCount = 0;
+    std::thread reader;
+    std::mutex mutex;
+};
+
+} // namespace ubbsim

@@ -1,0 +1,19 @@
+#pragma once
+
+#include "scenario/scenario.hpp"
+
+#include <string>
+
+namespace ubbsim
+{
+
+// The external tools the daemon runs, as small scripts under the simulated
+// root. Each logs its command line to /var/log/tools.log and exits with the
+// status that the scenario gives for its path (0 unless said otherwise).
+extern const char* const boardTools[];
+
+// Makes the directories and tools of the simulated root. Files already
+// there (from an earlier daemon in the same run) are kept.
+void prepareRoot(const std::string& root, const Scenario& scenario);
+
+} // namespace ubbsim

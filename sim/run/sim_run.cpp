@@ -1,0 +1,212 @@
+#include "run/sim_run.hpp"
+
+#include "board/board.hpp"
+#include "common/sim_env.hpp"
+#include "neighbours/neighbours.hpp"
+#include "run/bus_daemon.hpp"
+#include "run/daemon_process.hpp"
+#include "run/run_report.hpp"
+#include "run/sim_root.hpp"
+#include "server/board_server.hpp"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <iomanip>
+#include <iostream>
+#include <sstream>
+#include <thread>
+
+namespace ubbsim
+{
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+// How often the board applies due actions when nobody is asking it.
+constexpr auto tick = std::chrono::milliseconds(2);
+
+const char* const outputs[] = {"trail.log",     "events.jsonl",
+                               "journal.jsonl", "dbus-state.json",
+                               "waveform.vcd",  "summary.txt"};
+
+// A scratch directory for the sockets: their paths must stay short.
+class ScratchDir
+{
+  public:
+    ScratchDir()
+    {
+        std::string pattern = "/tmp/ubbsim-XXXXXX";
+        if (::mkdtemp(pattern.data()) == nullptr)
+        {
+            throw std::runtime_error("cannot make a scratch directory");
+        }
+        path = pattern;
+    }
+    ~ScratchDir()
+    {
+        std::error_code ignored;
+        fs::remove_all(path, ignored);
+    }
+    ScratchDir(const ScratchDir&) = delete;
+    ScratchDir& operator=(const ScratchDir&) = delete;
+
+    std::string path;
+};
+
+void clearOutputs(const fs::path& out)
+{
+    fs::create_directories(out);
+    for (const char* name : outputs)
+    {
+        fs::remove(out / name);
+    }
+    fs::remove_all(out / "root");
+}
+
+int64_t wallNowNs()
+{
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+std::vector<DaemonAction> sortedActions(const Scenario& scenario)
+{
+    auto actions = scenario.daemon;
+    std::stable_sort(actions.begin(), actions.end(),
+                     [](const auto& a, const auto& b) { return a.at < b.at; });
+    return actions;
+}
+
+SimTime boardTime(Seconds seconds)
+{
+    return SimTime(static_cast<int64_t>(seconds * 1e9));
+}
+
+void act(const DaemonAction& action, Board& board, DaemonProcess& daemon)
+{
+    daemon.kill();
+    if (action.kind == DaemonAction::Kind::restart)
+    {
+        board.smcReset();
+        daemon.start();
+    }
+}
+
+std::string summaryText(const Scenario& scenario, Board& board,
+                        DaemonProcess& daemon, Neighbours& neighbours,
+                        const std::vector<RaisedEvent>& events,
+                        double wallSeconds)
+{
+    std::ostringstream out;
+    out << "== ubb-sim: scenario " << scenario.name << ", " << scenario.end
+        << " s of board time in " << std::fixed << std::setprecision(1)
+        << wallSeconds << " s\n";
+    out << "board:\n";
+    for (const auto& line : board.summary())
+    {
+        out << "  " << line << "\n";
+    }
+    out << "events raised: " << countEvents(events) << "\n";
+    for (const auto& [id, count] : countById(events))
+    {
+        out << "  " << std::setw(4) << count << "  " << id << "\n";
+    }
+    out << "I2C failure records: "
+        << std::count_if(
+               events.begin(), events.end(),
+               [](const auto& event) { return event.call == "i2cLog"; })
+        << "\n";
+    out << "power timeline:\n";
+    for (const auto& event : events)
+    {
+        if (event.id.ends_with("ResourcePoweredOn") ||
+            event.id.ends_with("ResourcePoweredOff") ||
+            event.id == "PowerDownRequest")
+        {
+            out << "  " << std::setw(7) << std::setprecision(2) << event.at
+                << " s  " << event.text << "\n";
+        }
+    }
+    out << "chassis power state: " << neighbours.chassisPowerState() << "\n";
+    BoardStats stats = board.stats();
+    out << "daemon: started " << daemon.starts() << " time(s), "
+        << daemon.lastExit() << "; " << stats.i2cTransfers << " I2C transfers ("
+        << stats.i2cFailures << " failed), " << stats.gpioRequests
+        << " GPIO requests\n";
+    return out.str();
+}
+
+} // namespace
+
+int runScenario(const Scenario& scenario, const RunOptions& options)
+{
+    fs::path out = fs::absolute(options.outDir);
+    clearOutputs(out);
+    ScratchDir scratch;
+    BusDaemon bus(scratch.path);
+    ::setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.address().c_str(), 1);
+
+    SimEnvironment env;
+    env.time = SimClock::startNow(scenario.speed, wallNowNs());
+    env.socketPath = scratch.path + "/board.sock";
+    env.rootDir = (out / "root").string();
+    env.eventLog = (out / "events.jsonl").string();
+    env.journalLog = (out / "journal.jsonl").string();
+    env.shmName = "/ubbsim-" + std::to_string(::getpid());
+    SimClock clock(env.time);
+    auto wallStart = std::chrono::steady_clock::now();
+
+    auto board = makeBoard(scenario, clock);
+    BoardServer server(*board, env.socketPath);
+    server.start();
+    Neighbours neighbours(scenario);
+    neighbours.start();
+    prepareRoot(env.rootDir, scenario);
+
+    auto environment = toEnvironment(env);
+    environment.emplace_back("DBUS_SYSTEM_BUS_ADDRESS", bus.address());
+    DaemonProcess daemon(options.daemonProgram, environment,
+                         (out / "trail.log").string(), options.echoTrail);
+    daemon.start();
+
+    auto actions = sortedActions(scenario);
+    size_t next = 0;
+    while (clock.now() < boardTime(scenario.end))
+    {
+        board->advance();
+        while (next < actions.size() &&
+               clock.now() >= boardTime(actions[next].at))
+        {
+            act(actions[next++], *board, daemon);
+        }
+        std::this_thread::sleep_for(tick);
+    }
+
+    std::ofstream(out / "dbus-state.json")
+        << readDaemonObjects(bus.address()) << "\n";
+    daemon.kill();
+    neighbours.stop();
+    server.stop();
+    board->writeWaveform((out / "waveform.vcd").string());
+    ::shm_unlink(env.shmName.c_str());
+
+    auto events = readEvents(env.eventLog);
+    double wallSeconds = std::chrono::duration<double>(
+                             std::chrono::steady_clock::now() - wallStart)
+                             .count();
+    std::string summary =
+        summaryText(scenario, *board, daemon, neighbours, events, wallSeconds);
+    std::ofstream(out / "summary.txt") << summary;
+    std::cout << "\n" << summary << "outputs in " << out.string() << "\n";
+    return 0;
+}
+
+} // namespace ubbsim

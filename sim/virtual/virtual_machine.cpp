@@ -1,0 +1,135 @@
+#include "virtual/virtual_machine.hpp"
+
+#include "utils/platform/real_shell.hpp"
+
+#include <cerrno>
+#include <cstdlib>
+
+namespace ubbsim
+{
+
+namespace
+{
+
+// Board paths that live under the simulated root when a command names
+// them. Anything else (busctl, dd, /bin/sh) is the machine's.
+constexpr const char* boardPrefixes[] = {
+    "/usr/sbin/",
+    "/usr/share/images/",
+    "/usr/bin/VR_fault_dump",
+    "/usr/bin/zel-rm",
+    "/run/",
+    "/tmp/",
+    "/var/lib/",
+    "/sys/",
+    "/dev/mtd",
+};
+
+bool startsPath(const std::string& text, size_t at)
+{
+    if (at == 0)
+    {
+        return true;
+    }
+    char before = text[at - 1];
+    return before == ' ' || before == '=' || before == '>' || before == '<' ||
+           before == '"' || before == '\'' || before == '(' || before == '\t';
+}
+
+} // namespace
+
+std::chrono::steady_clock::time_point VirtualClock::steadyNow()
+{
+    return std::chrono::steady_clock::time_point(
+        std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+            clock.now()));
+}
+
+std::chrono::system_clock::time_point VirtualClock::wallNow()
+{
+    return clock.wallAt(clock.now());
+}
+
+void VirtualClock::sleepFor(std::chrono::nanoseconds duration)
+{
+    clock.sleepFor(duration);
+}
+
+std::filesystem::path VirtualFileRoot::resolve(std::string_view absolute)
+{
+    return std::filesystem::path(root) /
+           std::filesystem::path(absolute).relative_path();
+}
+
+std::string VirtualShell::rewrite(const std::string& command) const
+{
+    std::string out;
+    for (size_t i = 0; i < command.size(); ++i)
+    {
+        if (command[i] == '/' && startsPath(command, i))
+        {
+            for (const char* prefix : boardPrefixes)
+            {
+                if (command.compare(i, std::string_view(prefix).size(),
+                                    prefix) == 0)
+                {
+                    out += root;
+                    break;
+                }
+            }
+        }
+        out += command[i];
+    }
+    return "PATH='" + root + "/usr/sbin:" + root + "/usr/bin:'\"$PATH\"; " +
+           out;
+}
+
+int VirtualShell::system(const std::string& command)
+{
+    return std::system(rewrite(command).c_str());
+}
+
+std::unique_ptr<orvane::platform::ShellPipe> VirtualShell::popen(
+    const std::string& command)
+{
+    static auto machine = orvane::platform::makeRealShell();
+    return machine->popen(rewrite(command));
+}
+
+orvane::platform::DevMemResult VirtualDevMem::readWord(uint64_t base,
+                                                       uint32_t mapLength,
+                                                       uint32_t offset,
+                                                       uint32_t& value)
+{
+    WireWriter out;
+    out.u8(static_cast<uint8_t>(Op::devMemRead))
+        .u64(base)
+        .u32(mapLength)
+        .u32(offset);
+    auto reply = link.call(out);
+    if (reply.empty())
+    {
+        return orvane::platform::DevMemResult::openFailed;
+    }
+    WireReader in(reply);
+    int32_t result = in.i32();
+    if (result < 0)
+    {
+        return orvane::platform::DevMemResult::mmapFailed;
+    }
+    value = in.u32();
+    return orvane::platform::DevMemResult::ok;
+}
+
+int VirtualRetimer::ensureRetimerDevImage(int switchValue,
+                                          const std::string& imagePath)
+{
+    WireWriter out;
+    out.u8(static_cast<uint8_t>(Op::retimerEnsure))
+        .i32(switchValue)
+        .str(imagePath);
+    auto reply = link.call(out);
+    return reply.empty() ? -EIO : WireReader(reply).i32();
+}
+
+} // namespace ubbsim

@@ -1,0 +1,90 @@
+#pragma once
+
+#include "common/sim_clock.hpp"
+#include "utils/platform/clock.hpp"
+#include "utils/platform/dev_mem.hpp"
+#include "utils/platform/file_root.hpp"
+#include "utils/platform/retimer_lib.hpp"
+#include "utils/platform/shell.hpp"
+#include "virtual/board_link.hpp"
+
+#include <string>
+
+namespace ubbsim
+{
+
+// Board time for the daemon: the same time base as ubb-sim's.
+class VirtualClock : public orvane::platform::Clock
+{
+  public:
+    explicit VirtualClock(const TimeBase& base) : clock(base)
+    {}
+
+    std::chrono::steady_clock::time_point steadyNow() override;
+    std::chrono::system_clock::time_point wallNow() override;
+    void sleepFor(std::chrono::nanoseconds duration) override;
+
+  private:
+    SimClock clock;
+};
+
+// The board's files under the simulated root directory.
+class VirtualFileRoot : public orvane::platform::FileRoot
+{
+  public:
+    explicit VirtualFileRoot(std::string root) : root(std::move(root))
+    {}
+
+    std::filesystem::path resolve(std::string_view absolute) override;
+
+  private:
+    std::string root;
+};
+
+// Commands run by the machine's shell, with the board's absolute paths
+// moved under the simulated root and its tools first on the PATH; busctl
+// and dd stay the machine's own.
+class VirtualShell : public orvane::platform::Shell
+{
+  public:
+    explicit VirtualShell(std::string root) : root(std::move(root))
+    {}
+
+    int system(const std::string& command) override;
+    std::unique_ptr<orvane::platform::ShellPipe> popen(
+        const std::string& command) override;
+
+    std::string rewrite(const std::string& command) const;
+
+  private:
+    std::string root;
+};
+
+class VirtualDevMem : public orvane::platform::DevMem
+{
+  public:
+    explicit VirtualDevMem(BoardLink& link) : link(link)
+    {}
+
+    orvane::platform::DevMemResult readWord(uint64_t base, uint32_t mapLength,
+                                            uint32_t offset,
+                                            uint32_t& value) override;
+
+  private:
+    BoardLink& link;
+};
+
+class VirtualRetimer : public orvane::platform::RetimerLib
+{
+  public:
+    explicit VirtualRetimer(BoardLink& link) : link(link)
+    {}
+
+    int ensureRetimerDevImage(int switchValue,
+                              const std::string& imagePath) override;
+
+  private:
+    BoardLink& link;
+};
+
+} // namespace ubbsim

@@ -1,0 +1,207 @@
+#include "sim_run_fixture.hpp"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <sstream>
+
+namespace ubbsim::test
+{
+
+namespace fs = std::filesystem;
+
+namespace
+{
+
+std::string slurp(const fs::path& path)
+{
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+std::vector<nlohmann::json> jsonLines(const fs::path& path)
+{
+    std::vector<nlohmann::json> lines;
+    std::ifstream in(path);
+    std::string line;
+    while (std::getline(in, line))
+    {
+        lines.push_back(nlohmann::json::parse(line));
+    }
+    return lines;
+}
+
+// Every run of this test program writes below one directory, removed when
+// the program ends.
+struct ScratchRoot
+{
+    ScratchRoot()
+    {
+        std::string pattern =
+            (fs::temp_directory_path() / "ubbsim-test-XXXXXX").string();
+        if (::mkdtemp(pattern.data()) == nullptr)
+        {
+            throw std::runtime_error("cannot make a test directory");
+        }
+        path = pattern;
+    }
+    ~ScratchRoot()
+    {
+        if (std::getenv("UBBSIM_KEEP_TEST_RUNS") == nullptr)
+        {
+            std::error_code ignored;
+            fs::remove_all(path, ignored);
+        }
+    }
+    fs::path path;
+};
+
+fs::path scratchRoot()
+{
+    static ScratchRoot root;
+    return root.path;
+}
+
+std::string quoted(const std::string& text)
+{
+    std::string out = "'";
+    for (char c : text)
+    {
+        out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return out + "'";
+}
+
+std::string runCommand(const std::string& command, int& status)
+{
+    FILE* pipe = ::popen(command.c_str(), "r");
+    std::string output;
+    std::array<char, 4096> buffer{};
+    for (size_t n; (n = std::fread(buffer.data(), 1, buffer.size(), pipe)) > 0;)
+    {
+        output.append(buffer.data(), n);
+    }
+    int raw = ::pclose(pipe);
+    status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
+    return output;
+}
+
+// VCD: "$var wire 1 ! NAME $end" declarations, then "#time" and changes.
+std::map<std::string, std::string> signalIds(const std::string& vcd)
+{
+    std::map<std::string, std::string> ids;
+    std::istringstream in(vcd);
+    std::string word;
+    while (in >> word)
+    {
+        if (word == "$var")
+        {
+            std::string type, width, id, name;
+            in >> type >> width >> id >> name;
+            ids[name] = id;
+        }
+    }
+    return ids;
+}
+
+} // namespace
+
+std::vector<nlohmann::json> SimRun::eventsWithId(const std::string& id) const
+{
+    std::vector<nlohmann::json> found;
+    for (const auto& event : events)
+    {
+        if (event.value("call", "") == "log" && event.value("id", "") == id)
+        {
+            found.push_back(event);
+        }
+    }
+    return found;
+}
+
+double SimRun::firstChange(const std::string& signal,
+                           const std::string& value) const
+{
+    auto ids = signalIds(waveform);
+    auto found = ids.find(signal);
+    if (found == ids.end())
+    {
+        return -2;
+    }
+    const std::string& id = found->second;
+    bool nanoseconds = waveform.find("$timescale 1 ns") != std::string::npos ||
+                       waveform.find("$timescale 1ns") != std::string::npos;
+    double unit = nanoseconds ? 1e-9 : 1e-6;
+    std::istringstream in(waveform);
+    std::string line;
+    std::string previous;
+    double now = 0;
+    while (std::getline(in, line))
+    {
+        if (line.starts_with("#"))
+        {
+            now = std::stod(line.substr(1)) * unit;
+            continue;
+        }
+        std::string seen;
+        if (line.size() == value.size() + id.size() && line.ends_with(id) &&
+            line[0] != 'b' && line[0] != '$')
+        {
+            seen = line.substr(0, value.size());
+        }
+        else if (line.starts_with("b") && line.ends_with(" " + id))
+        {
+            seen = line.substr(1, line.size() - id.size() - 2);
+        }
+        if (seen.empty())
+        {
+            continue;
+        }
+        // The initial dump is a level, not a change.
+        if (seen == value && !previous.empty() && previous != value)
+        {
+            return now;
+        }
+        previous = seen;
+    }
+    return -1;
+}
+
+SimRun runSim(const std::string& scenario,
+              const std::vector<std::string>& extra)
+{
+    static int counter = 0;
+    SimRun run;
+    run.outDir = scratchRoot() / ("run-" + std::to_string(++counter));
+    std::string command = std::string(UBB_SIM_PROGRAM) + " --quiet --out " +
+                          quoted(run.outDir.string()) + " --scenario " +
+                          quoted(scenario);
+    for (const auto& arg : extra)
+    {
+        command += " " + quoted(arg);
+    }
+    run.console = runCommand(command + " 2>&1", run.status);
+    run.trail = slurp(run.outDir / "trail.log");
+    run.events = jsonLines(run.outDir / "events.jsonl");
+    run.journal = jsonLines(run.outDir / "journal.jsonl");
+    run.dbusState = slurp(run.outDir / "dbus-state.json");
+    run.waveform = slurp(run.outDir / "waveform.vcd");
+    run.tools = slurp(run.outDir / "root/var/log/tools.log");
+    return run;
+}
+
+std::string writeScenario(const std::string& name, const nlohmann::json& body)
+{
+    auto path = scratchRoot() / (name + ".json");
+    std::ofstream(path) << body.dump(2);
+    return path.string();
+}
+
+} // namespace ubbsim::test
