@@ -10,6 +10,8 @@
 #include <map>
 #include <sstream>
 
+#include <gtest/gtest.h>
+
 namespace ubbsim::test
 {
 
@@ -126,6 +128,22 @@ std::vector<nlohmann::json> SimRun::eventsWithId(const std::string& id) const
     return found;
 }
 
+std::string SimRun::sanitizerReport() const
+{
+    for (const std::string* text : {&console, &trail})
+    {
+        for (const char* mark : {"Sanitizer", "runtime error:"})
+        {
+            auto at = text->find(mark);
+            if (at != std::string::npos)
+            {
+                return text->substr(at > 200 ? at - 200 : 0, 1200);
+            }
+        }
+    }
+    return {};
+}
+
 double SimRun::firstChange(const std::string& signal,
                            const std::string& value) const
 {
@@ -194,6 +212,13 @@ SimRun runSim(const std::string& scenario,
     run.dbusState = slurp(run.outDir / "dbus-state.json");
     run.waveform = slurp(run.outDir / "waveform.vcd");
     run.tools = slurp(run.outDir / "root/var/log/tools.log");
+    // Every run, whatever its test checks, must be clean under the
+    // sanitizers that the build may carry.
+    if (auto report = run.sanitizerReport(); !report.empty())
+    {
+        ADD_FAILURE() << "sanitizer report in " << run.outDir << ":\n"
+                      << report;
+    }
     return run;
 }
 

@@ -24,6 +24,8 @@ struct SimRun
     // Log-library entries of the event log (not the non-volatile copies)
     // with this message id.
     std::vector<nlohmann::json> eventsWithId(const std::string& id) const;
+    // A sanitizer report or runtime error of either process, or empty.
+    std::string sanitizerReport() const;
     // The board time (seconds) of the first change of a VCD signal to
     // `value`, or a negative number when it never happens.
     double firstChange(const std::string& signal,

@@ -87,23 +87,23 @@ TEST(SimScenario, DaemonRestartIsAnSmcResetUnderBoardPower)
 
 TEST(SimScenario, BusyEnableLineGoesToTheJournal)
 {
-    auto path =
-        writeScenario("busy", {{"name", "busy"},
-                               {"host", {{{"at", 0}, {"action", "enable"}}}},
-                               {"faults",
-                                {{{"kind", "gpioBusy"},
-                                  {"line", "GPU_BASE_PWR_EN"},
-                                  {"at", 0},
-                                  {"until", 30}}}},
-                               {"end", 45}});
-    SimRun run = runSim(path, testSpeed);
+    auto path = writeScenario(
+        "busy",
+        {{"name", "busy"},
+         {"host", {{{"at", 0}, {"action", "enable"}}}},
+         {"faults",
+          {{{"kind", "gpioBusy"}, {"line", "GPU_BASE_PWR_EN"}, {"at", 0}}}},
+         {"end", 15}});
+    // Real speed: the 10,000 requests of a busy read are 10,000 round
+    // trips to the board, which a sanitizer build makes slow.
+    SimRun run = runSim(path, {"--real-time"});
     ASSERT_EQ(run.status, 0) << run.console;
     ASSERT_FALSE(run.journal.empty());
     EXPECT_EQ(run.journal[0].value("message", ""),
               "Error setting gpio as Input GPU_BASE_PWR_EN");
     EXPECT_EQ(run.journal[0].value("line", 0), 811);
-    // Once the other holder let go, base power-on went ahead.
-    EXPECT_THAT(run.trail, HasSubstr("Boot  Time"));
+    EXPECT_EQ(run.journal[0].value("priority", 0), 3);
+    EXPECT_THAT(run.trail, Not(HasSubstr("Boot  Time")));
 }
 
 TEST(SimScenario, InvalidScenarioNamesTheField)
