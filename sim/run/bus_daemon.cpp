@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -55,6 +56,7 @@ BusDaemon::BusDaemon(const std::string& directory)
     pid = ::fork();
     if (pid == 0)
     {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         // Its complaints (fd limits of an unprivileged run) stay in the
         // scratch directory unless it fails to start.
         std::string log = directory + "/bus.log";

@@ -9,10 +9,12 @@
 #include "run/sim_root.hpp"
 #include "server/board_server.hpp"
 
+#include <signal.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -31,6 +33,25 @@ namespace
 
 // How often the board applies due actions when nobody is asking it.
 constexpr auto tick = std::chrono::milliseconds(2);
+
+// Set by SIGINT or SIGTERM: the run ends early but still cleans up and
+// writes its outputs.
+volatile std::sig_atomic_t stopRequested = 0;
+
+void onStopSignal(int)
+{
+    stopRequested = 1;
+}
+
+void catchStopSignals()
+{
+    struct sigaction action
+    {};
+    action.sa_handler = onStopSignal;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
 
 const char* const outputs[] = {"trail.log",     "events.jsonl",
                                "journal.jsonl", "dbus-state.json",
@@ -179,7 +200,8 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
 
     auto actions = sortedActions(scenario);
     size_t next = 0;
-    while (clock.now() < boardTime(scenario.end))
+    catchStopSignals();
+    while (clock.now() < boardTime(scenario.end) && stopRequested == 0)
     {
         board->advance();
         while (next < actions.size() &&
