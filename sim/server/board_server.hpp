@@ -28,8 +28,6 @@ class BoardServer
   private:
     void acceptLoop();
     void serve(int fd, uint64_t owner);
-    std::vector<uint8_t> handle(const std::vector<uint8_t>& request,
-                                uint64_t owner);
 
     Board& board;
     std::string socketPath;

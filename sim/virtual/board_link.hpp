@@ -9,16 +9,24 @@
 namespace ubbsim
 {
 
-// The daemon's way to the board: one socket connection per thread, so the
-// daemon's threads reach the board as independently as they would reach
-// the hardware. A board that went away answers nothing: the reply is empty
-// and callers treat it as an I/O error.
-class BoardLink
+// The daemon's way to the board: a request frame in, a reply frame out. An
+// empty reply means the board is gone; callers treat it as an I/O error.
+class BoardPort
+{
+  public:
+    virtual ~BoardPort() = default;
+
+    virtual std::vector<uint8_t> call(const WireWriter& request) = 0;
+};
+
+// Over ubb-sim's socket, with one connection per thread, so the daemon's
+// threads reach the board as independently as they would the hardware.
+class BoardLink : public BoardPort
 {
   public:
     explicit BoardLink(std::string socketPath);
 
-    std::vector<uint8_t> call(const WireWriter& request);
+    std::vector<uint8_t> call(const WireWriter& request) override;
 
   private:
     int connection();

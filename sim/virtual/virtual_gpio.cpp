@@ -30,7 +30,7 @@ int32_t resultOf(const std::vector<uint8_t>& reply)
 class VirtualLine : public orvane::platform::GpioLine
 {
   public:
-    VirtualLine(BoardLink& link, std::string name) :
+    VirtualLine(BoardPort& link, std::string name) :
         link(link), name(std::move(name))
     {}
 
@@ -120,7 +120,7 @@ class VirtualLine : public orvane::platform::GpioLine
         handle.reset();
     }
 
-    BoardLink& link;
+    BoardPort& link;
     std::string name;
     std::optional<uint32_t> handle;
 };

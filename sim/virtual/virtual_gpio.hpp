@@ -11,14 +11,14 @@ namespace ubbsim
 class VirtualGpio : public orvane::platform::Gpio
 {
   public:
-    explicit VirtualGpio(BoardLink& link) : link(link)
+    explicit VirtualGpio(BoardPort& link) : link(link)
     {}
 
     std::unique_ptr<orvane::platform::GpioLine> findLine(
         const std::string& name) override;
 
   private:
-    BoardLink& link;
+    BoardPort& link;
 };
 
 } // namespace ubbsim

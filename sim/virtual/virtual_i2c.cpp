@@ -40,7 +40,7 @@ I2cSegment readOf(uint16_t address, uint16_t length)
 
 } // namespace
 
-VirtualI2c::VirtualI2c(BoardLink& link) : link(link)
+VirtualI2c::VirtualI2c(BoardPort& link) : link(link)
 {}
 
 int VirtualI2c::open(const std::string& path, int)

@@ -16,7 +16,7 @@ namespace ubbsim
 class VirtualI2c : public orvane::platform::I2cDev
 {
   public:
-    explicit VirtualI2c(BoardLink& link);
+    explicit VirtualI2c(BoardPort& link);
 
     int open(const std::string& path, int flags) override;
     int close(int fd) override;
@@ -49,7 +49,7 @@ class VirtualI2c : public orvane::platform::I2cDev
     // The SMBus form: -errno or the count, errno set on failure.
     int32_t smbus(int fd, std::vector<I2cSegment>& segments);
 
-    BoardLink& link;
+    BoardPort& link;
     std::mutex mutex;
     std::map<int, Descriptor> descriptors;
     int nextFd = 1000;

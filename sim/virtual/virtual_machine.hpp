@@ -63,7 +63,7 @@ class VirtualShell : public orvane::platform::Shell
 class VirtualDevMem : public orvane::platform::DevMem
 {
   public:
-    explicit VirtualDevMem(BoardLink& link) : link(link)
+    explicit VirtualDevMem(BoardPort& link) : link(link)
     {}
 
     orvane::platform::DevMemResult readWord(uint64_t base, uint32_t mapLength,
@@ -71,20 +71,20 @@ class VirtualDevMem : public orvane::platform::DevMem
                                             uint32_t& value) override;
 
   private:
-    BoardLink& link;
+    BoardPort& link;
 };
 
 class VirtualRetimer : public orvane::platform::RetimerLib
 {
   public:
-    explicit VirtualRetimer(BoardLink& link) : link(link)
+    explicit VirtualRetimer(BoardPort& link) : link(link)
     {}
 
     int ensureRetimerDevImage(int switchValue,
                               const std::string& imagePath) override;
 
   private:
-    BoardLink& link;
+    BoardPort& link;
 };
 
 } // namespace ubbsim

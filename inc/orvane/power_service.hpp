@@ -1,0 +1,47 @@
+#pragma once
+
+#include "orvane/orvane_svc_state.hpp"
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace sdbus
+{
+class IConnection;
+}
+
+namespace orvane
+{
+
+constexpr const char* orvaneBusName = "xyz.openbmc_project.Orvane";
+constexpr const char* powerStatusPath = "/xyz/openbmc_project/Orvane";
+constexpr const char* powerStatusInterface =
+    "xyz.openbmc_project.Orvane.Power_Status";
+constexpr const char* vrInfoPath = "/xyz/openbmc_project/Orvane/VR_Info";
+constexpr const char* vrInfoInterface = "xyz.openbmc_project.Orvane.VR_Info";
+
+// The D-Bus thread: claims the name, publishes Power_Status and the nine
+// VR_Info trees, runs the registrations added below, sets dbusReady and
+// serves the bus for ever.
+void RunDbusService(OrvaneSvcState& state);
+
+// Set once the objects are published; never cleared.
+bool DbusReady();
+
+// Publishes one Power_Status property through the bus (nonzero is true);
+// BasePowerStatus also goes to the chassis state.
+void set_property(const std::string& name, uint32_t value);
+
+// CurrentPowerState of the chassis, with up to eleven tries 3 s apart.
+void SetChassisCurrentPowerState(bool isOn);
+
+// VR_CONFIG_DIR of VR_Info.<name> ("UBB", "OAM_3").
+std::string GetVrConfigDir(const std::string& name);
+
+// More interfaces on the daemon's connection, registered by the D-Bus
+// thread before it sets dbusReady (the secure image information).
+using ServiceRegistration = std::function<void(sdbus::IConnection&)>;
+void AddServiceRegistration(ServiceRegistration registration);
+
+} // namespace orvane
