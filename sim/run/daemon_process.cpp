@@ -8,6 +8,8 @@
 
 #include <cstdio>
 #include <iostream>
+#include <iterator>
+#include <sstream>
 #include <stdexcept>
 
 namespace ubbsim
@@ -103,6 +105,36 @@ void DaemonProcess::kill()
     {
         reader.join();
     }
+}
+
+double DaemonProcess::cpuSeconds()
+{
+    if (!running())
+    {
+        return 0;
+    }
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(stat)),
+                     std::istreambuf_iterator<char>());
+    // Fields after the command name, which may hold blanks: state is the
+    // first, utime the twelfth and stime the thirteenth.
+    auto close = text.rfind(')');
+    if (close == std::string::npos)
+    {
+        return 0;
+    }
+    std::istringstream fields(text.substr(close + 2));
+    std::string field;
+    unsigned long long ticks = 0;
+    for (int i = 1; i <= 13 && fields >> field; ++i)
+    {
+        if (i >= 12)
+        {
+            ticks += std::stoull(field);
+        }
+    }
+    return static_cast<double>(ticks) /
+           static_cast<double>(::sysconf(_SC_CLK_TCK));
 }
 
 std::string DaemonProcess::lastExit() const

@@ -34,6 +34,9 @@ class DaemonProcess
     {
         return startCount;
     }
+    // CPU seconds (user and system, all threads) of the running daemon; 0
+    // when it isn't running.
+    double cpuSeconds();
     // How the last run ended, as a text for the summary.
     std::string lastExit() const;
 

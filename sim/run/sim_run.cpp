@@ -14,8 +14,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <csignal>
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <iomanip>
@@ -117,6 +117,9 @@ void act(const DaemonAction& action, Board& board, DaemonProcess& daemon)
     if (action.kind == DaemonAction::Kind::restart)
     {
         board.smcReset();
+    }
+    if (action.kind != DaemonAction::Kind::kill)
+    {
         daemon.start();
     }
 }
@@ -165,6 +168,39 @@ std::string summaryText(const Scenario& scenario, Board& board,
     return out.str();
 }
 
+// A line per board second: the board's counters and the daemon's CPU
+// time, for measurements of what the daemon costs while it holds.
+class StatsRecorder
+{
+  public:
+    explicit StatsRecorder(const std::string& path) : out(path)
+    {}
+
+    void sample(SimTime now, Board& board, DaemonProcess& daemon)
+    {
+        if (now < next)
+        {
+            return;
+        }
+        next = now + std::chrono::seconds(1);
+        BoardStats counts = board.stats();
+        out << std::fixed << std::setprecision(6)
+            << "{\"t\": " << std::chrono::duration<double>(now).count()
+            << ", \"wall\": "
+            << std::chrono::duration<double>(
+                   std::chrono::steady_clock::now().time_since_epoch())
+                   .count()
+            << ", \"i2c\": " << counts.i2cTransfers
+            << ", \"gpio\": " << counts.gpioRequests
+            << ", \"cpu\": " << daemon.cpuSeconds() << "}\n";
+        out.flush();
+    }
+
+  private:
+    std::ofstream out;
+    SimTime next{0};
+};
+
 } // namespace
 
 int runScenario(const Scenario& scenario, const RunOptions& options)
@@ -201,6 +237,7 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
     auto actions = sortedActions(scenario);
     size_t next = 0;
     catchStopSignals();
+    StatsRecorder stats((out / "stats.jsonl").string());
     while (clock.now() < boardTime(scenario.end) && stopRequested == 0)
     {
         board->advance();
@@ -209,6 +246,7 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
         {
             act(actions[next++], *board, daemon);
         }
+        stats.sample(clock.now(), *board, daemon);
         std::this_thread::sleep_for(tick);
     }
 

@@ -97,6 +97,9 @@ struct DaemonAction
     {
         restart, // kill and start again: an SMC reset under board power
         kill,
+        // kill and start again without an SMC reset: the reset reason
+        // stays what it was when the SMC booted
+        respawn,
     };
     Seconds at = 0;
     Kind kind = Kind::restart;

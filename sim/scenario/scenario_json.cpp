@@ -293,6 +293,7 @@ const std::vector<std::pair<std::string_view, DaemonAction::Kind>> daemonKinds =
     {
         {"restart", DaemonAction::Kind::restart},
         {"kill", DaemonAction::Kind::kill},
+        {"respawn", DaemonAction::Kind::respawn},
 };
 
 template <typename Kind>
