@@ -2,6 +2,7 @@
 //
 //   ubb-sim [--scenario NAME|FILE] [--out DIR] [--speed X | --real-time]
 //           [--end SECONDS] [--daemon PROGRAM] [--quiet] [--list]
+//           [--sleep-ledger]
 
 #include "run/sim_run.hpp"
 #include "scenario/scenario_json.hpp"
@@ -26,12 +27,14 @@ struct Arguments
     std::string daemon;
     bool quiet = false;
     bool list = false;
+    bool sleepLedger = false;
 };
 
 const char* usage =
     "usage: ubb-sim [--scenario NAME|FILE] [--out DIR] [--speed X | "
     "--real-time]\n"
-    "               [--end SECONDS] [--daemon PROGRAM] [--quiet] [--list]\n";
+    "               [--end SECONDS] [--daemon PROGRAM] [--quiet] [--list]\n"
+    "               [--sleep-ledger]\n";
 
 fs::path selfDirectory()
 {
@@ -67,6 +70,8 @@ std::optional<Arguments> parse(int argc, char** argv)
             args.quiet = true;
         else if (flag == "--list")
             args.list = true;
+        else if (flag == "--sleep-ledger")
+            args.sleepLedger = true;
         else
             throw std::invalid_argument("unknown option " + flag);
     }
@@ -121,6 +126,7 @@ int main(int argc, char** argv)
                 ? (selfDirectory() / "virtual" / "orvane-virtual").string()
                 : args->daemon;
         options.echoTrail = !args->quiet;
+        options.sleepLedger = args->sleepLedger;
         return ubbsim::runScenario(scenario, options);
     }
     catch (const std::invalid_argument& error)

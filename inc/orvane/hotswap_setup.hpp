@@ -2,6 +2,8 @@
 
 #include "orvane/orvane_svc_state.hpp"
 
+#include <array>
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -20,6 +22,10 @@ struct VrEntry
 // FPGA rails on, then the hot-swap SOA limits and sense values on boards
 // whose design needs them.
 uint32_t Stby_Pwr_on_FpgaRail(OrvaneSvcState& state);
+
+// Set for an OAM once its VR address test has started: each OAM's
+// regulators are probed once per process.
+extern std::array<std::atomic<bool>, 8> vrAddressTested;
 
 // The regulators of the UBB (`isOam` false) or of OAM `index`, once per
 // address; true when at least one was added.

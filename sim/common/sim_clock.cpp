@@ -29,8 +29,7 @@ TimeBase SimClock::startNow(double speed, int64_t wallStartNs)
 
 SimTime SimClock::now() const
 {
-    double elapsed =
-        static_cast<double>(monotonicNs() - timeBase.monoStartNs);
+    double elapsed = static_cast<double>(monotonicNs() - timeBase.monoStartNs);
     return SimTime(static_cast<int64_t>(elapsed * timeBase.speed));
 }
 
@@ -38,8 +37,7 @@ std::chrono::system_clock::time_point SimClock::wallAt(SimTime at) const
 {
     auto wall = std::chrono::nanoseconds(timeBase.wallStartNs) + at;
     return std::chrono::system_clock::time_point(
-        std::chrono::duration_cast<std::chrono::system_clock::duration>(
-            wall));
+        std::chrono::duration_cast<std::chrono::system_clock::duration>(wall));
 }
 
 std::chrono::nanoseconds SimClock::realFor(SimTime duration) const

@@ -14,6 +14,7 @@ constexpr const char* rootVar = "UBBSIM_ROOT";
 constexpr const char* eventsVar = "UBBSIM_EVENT_LOG";
 constexpr const char* journalVar = "UBBSIM_JOURNAL_LOG";
 constexpr const char* shmVar = "UBBSIM_SHM_NAME";
+constexpr const char* sleepLogVar = "UBBSIM_SLEEP_LOG";
 constexpr const char* monoVar = "UBBSIM_MONO_START_NS";
 constexpr const char* speedVar = "UBBSIM_SPEED";
 constexpr const char* wallVar = "UBBSIM_WALL_START_NS";
@@ -31,8 +32,8 @@ std::optional<std::string> variable(const char* name, std::string& error)
 
 } // namespace
 
-std::vector<std::pair<std::string, std::string>>
-    toEnvironment(const SimEnvironment& env)
+std::vector<std::pair<std::string, std::string>> toEnvironment(
+    const SimEnvironment& env)
 {
     return {
         {socketVar, env.socketPath},
@@ -40,6 +41,7 @@ std::vector<std::pair<std::string, std::string>>
         {eventsVar, env.eventLog},
         {journalVar, env.journalLog},
         {shmVar, env.shmName},
+        {sleepLogVar, env.sleepLog},
         {monoVar, std::to_string(env.time.monoStartNs)},
         {speedVar, std::to_string(env.time.speed)},
         {wallVar, std::to_string(env.time.wallStartNs)},
@@ -78,6 +80,8 @@ std::optional<SimEnvironment> readEnvironment(std::string& error)
     env.eventLog = *events;
     env.journalLog = *journal;
     env.shmName = *shm;
+    const char* sleepLog = std::getenv(sleepLogVar);
+    env.sleepLog = sleepLog == nullptr ? "" : sleepLog;
     return env;
 }
 

@@ -18,12 +18,13 @@ struct SimEnvironment
     std::string eventLog;   // what the logging library receives (JSON lines)
     std::string journalLog; // direct journal entries (JSON lines)
     std::string shmName;    // the Boot Critical Section's shared memory
+    std::string sleepLog;   // the main thread's sleeps, when measuring
     TimeBase time;
 };
 
 // The variables as name, value pairs.
-std::vector<std::pair<std::string, std::string>>
-    toEnvironment(const SimEnvironment& env);
+std::vector<std::pair<std::string, std::string>> toEnvironment(
+    const SimEnvironment& env);
 
 // Reads the variables; an empty optional and the reason when one is
 // missing or malformed.

@@ -20,8 +20,8 @@ void append(std::vector<uint8_t>& out, T value)
 {
     for (size_t i = 0; i < sizeof(T); ++i)
     {
-        out.push_back(static_cast<uint8_t>(
-            static_cast<uint64_t>(value) >> (8 * i)));
+        out.push_back(
+            static_cast<uint8_t>(static_cast<uint64_t>(value) >> (8 * i)));
     }
 }
 

@@ -61,7 +61,8 @@ class WireWriter
 class WireReader
 {
   public:
-    explicit WireReader(const std::vector<uint8_t>& frame) : in(frame) {}
+    explicit WireReader(const std::vector<uint8_t>& frame) : in(frame)
+    {}
 
     uint8_t u8();
     uint16_t u16();

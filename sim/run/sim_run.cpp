@@ -218,6 +218,10 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
     env.eventLog = (out / "events.jsonl").string();
     env.journalLog = (out / "journal.jsonl").string();
     env.shmName = "/ubbsim-" + std::to_string(::getpid());
+    if (options.sleepLedger)
+    {
+        env.sleepLog = (out / "sleeps.txt").string();
+    }
     SimClock clock(env.time);
     auto wallStart = std::chrono::steady_clock::now();
 

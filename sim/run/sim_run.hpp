@@ -13,6 +13,7 @@ struct RunOptions
     std::string outDir;        // trail, events, state, waveform, root/
     std::string daemonProgram; // orvane-virtual
     bool echoTrail = true;
+    bool sleepLedger = false; // write the daemon's main-thread sleeps
 };
 
 // Runs one scenario from board power-up to its end and writes the outputs.

@@ -2,6 +2,8 @@
 
 #include "utils/platform/real_shell.hpp"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdlib>
 
@@ -50,8 +52,25 @@ std::chrono::system_clock::time_point VirtualClock::wallNow()
     return clock.wallAt(clock.now());
 }
 
+VirtualClock::VirtualClock(const TimeBase& base,
+                           const std::string& sleepLedger) :
+    clock(base)
+{
+    if (!sleepLedger.empty())
+    {
+        ledger = std::fopen(sleepLedger.c_str(), "a");
+    }
+}
+
 void VirtualClock::sleepFor(std::chrono::nanoseconds duration)
 {
+    if (ledger != nullptr && ::gettid() == ::getpid())
+    {
+        std::fprintf(ledger, "%.9f %.9f\n",
+                     std::chrono::duration<double>(clock.now()).count(),
+                     std::chrono::duration<double>(duration).count());
+        std::fflush(ledger);
+    }
     clock.sleepFor(duration);
 }
 

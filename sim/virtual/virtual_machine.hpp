@@ -8,17 +8,21 @@
 #include "utils/platform/shell.hpp"
 #include "virtual/board_link.hpp"
 
+#include <cstdio>
 #include <string>
 
 namespace ubbsim
 {
 
-// Board time for the daemon: the same time base as ubb-sim's.
+// Board time for the daemon: the same time base as ubb-sim's. When asked
+// to, it writes each sleep of the main thread (board start time and
+// length, in seconds) to a ledger, for measuring how much of a sequence is
+// prescribed delay.
 class VirtualClock : public orvane::platform::Clock
 {
   public:
-    explicit VirtualClock(const TimeBase& base) : clock(base)
-    {}
+    explicit VirtualClock(const TimeBase& base,
+                          const std::string& sleepLedger = "");
 
     std::chrono::steady_clock::time_point steadyNow() override;
     std::chrono::system_clock::time_point wallNow() override;
@@ -26,6 +30,7 @@ class VirtualClock : public orvane::platform::Clock
 
   private:
     SimClock clock;
+    FILE* ledger = nullptr;
 };
 
 // The board's files under the simulated root directory.

@@ -1,1 +1,176 @@
-// placeholder
+#include "hex_text.hpp"
+
+#include "logging/log_line.hpp"
+#include "orvane/hotswap_setup.hpp"
+#include "orvane/power_service.hpp"
+#include "utils/dbus_handler.hpp"
+#include "utils/i2c_channel.hpp"
+#include "utils/platform/platform.hpp"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string>
+
+namespace orvane
+{
+
+std::array<std::atomic<bool>, 8> vrAddressTested{};
+
+namespace
+{
+
+using namespace logging::level;
+
+constexpr int oamBus = 2; // behind the OAM mux, which the caller has set
+constexpr uint8_t probeRegister = 0x8D;
+constexpr int probeReads = 3;
+// Where the IBC of older OAM builds answers.
+constexpr uint8_t alternateAddress = 0x10;
+constexpr uint8_t secondAlternateAddress = 0x1F;
+
+// Only these OAM designs were built with more than one IBC address.
+bool designMayMoveIbc(int oam)
+{
+    std::string text = GetBusProperty(vrInfoPath,
+                                      std::string(vrInfoInterface) + ".OAM_" +
+                                          std::to_string(oam),
+                                      "HW_DESIGN");
+    long design = std::strtol(text.c_str(), nullptr, 10);
+    return design == 7 || design == 14;
+}
+
+bool hasEntryFields(const nlohmann::json& element)
+{
+    return element.is_object() && element.contains("SlaveAddress") &&
+           element.contains("Model") && element.contains("Name");
+}
+
+VrEntry makeEntry(const nlohmann::json& element)
+{
+    VrEntry entry;
+    // Throws as stoul does for a text that is no number or too large.
+    entry.address = static_cast<uint8_t>(
+        std::stoul(element["SlaveAddress"].get<std::string>(), nullptr, 16));
+    entry.model = element["Model"].get<std::string>();
+    entry.name = element["Name"].get<std::string>();
+    return entry;
+}
+
+} // namespace
+
+bool GetVrAddressList(bool isOam, int index, std::vector<VrEntry>& list)
+{
+    const std::string folder =
+        GetVrConfigDir(isOam ? "OAM_" + std::to_string(index) : "UBB");
+    const auto file = platform::path(folder + "/vr_config.json");
+    std::error_code error;
+    if (!std::filesystem::exists(file, error))
+    {
+        ConsoleLog(ERR)
+            << "No vr_config.json file found in VR config folder \n";
+        return false;
+    }
+    std::ifstream stream(file);
+    const nlohmann::json config = nlohmann::json::parse(stream);
+    auto configs = config.find("VRConfigs");
+    if (configs == config.end() || !configs->is_array())
+    {
+        return false;
+    }
+
+    std::set<uint8_t> seen;
+    bool added = false;
+    for (const nlohmann::json& element : *configs)
+    {
+        if (!hasEntryFields(element))
+        {
+            continue;
+        }
+        VrEntry entry = makeEntry(element);
+        const uint8_t configured = entry.address;
+        if (seen.contains(configured))
+        {
+            continue;
+        }
+        if (isOam && entry.name == "IBC" && !TestVrAddress(index, entry))
+        {
+            ConsoleLog(ERR) << "I2C address test failed for OAM_" << index
+                            << "_" << entry.name;
+        }
+        seen.insert(configured);
+        list.push_back(entry);
+        added = true;
+    }
+    return added;
+}
+
+bool TestVrAddress(int oam, VrEntry& entry)
+{
+    if (oam < 0 || oam >= static_cast<int>(vrAddressTested.size()) ||
+        !designMayMoveIbc(oam) || vrAddressTested[oam].exchange(true))
+    {
+        return true;
+    }
+    ConsoleLog(INFO) << "Testing different I2C address for " << entry.name
+                     << " for OAM " << oam;
+    const std::string where =
+        " for OAM_" + std::to_string(oam) + "_" + entry.name;
+    if (ProbeVrAddress(oam, entry, entry.address))
+    {
+        ConsoleLog(INFO) << "I2C address 0x" << standby::hex(entry.address)
+                         << where << " is responsive";
+        return true;
+    }
+    ConsoleLog(INFO) << "I2C address 0x" << standby::hex(entry.address) << where
+                     << " is not responsive";
+    ConsoleLog(INFO) << "Assuming its a old BOM, modifying VR address to 0x"
+                     << standby::hex(alternateAddress);
+    if (ProbeVrAddress(oam, entry, alternateAddress))
+    {
+        ConsoleLog(INFO) << "Alternate I2C address 0x"
+                         << standby::hex(alternateAddress) << where
+                         << " is responsive";
+        entry.address = alternateAddress;
+        return true;
+    }
+    ConsoleLog(INFO) << "Modifying VR address to second alternate 0x"
+                     << standby::hex(secondAlternateAddress);
+    if (ProbeVrAddress(oam, entry, secondAlternateAddress))
+    {
+        ConsoleLog(INFO) << "Second alternate I2C address 0x"
+                         << standby::hex(secondAlternateAddress) << where
+                         << " is responsive";
+        entry.address = secondAlternateAddress;
+        return true;
+    }
+    return false;
+}
+
+bool ProbeVrAddress(int oam, const VrEntry& entry, uint8_t address)
+{
+    // Unlike the one-shot transfers, one descriptor serves all the reads.
+    I2CChannel channel;
+    channel.bus = oamBus;
+    int event = 0;
+    bool responsive = false;
+    if (channel.OpenChannel(&event))
+    {
+        for (int read = 0; read < probeReads && !responsive; ++read)
+        {
+            platform::sleepMilliseconds(100);
+            uint8_t value = 0;
+            responsive =
+                channel.ReadMemoryByte(&event, address, probeRegister, &value);
+            ConsoleLog(INFO) << "Testing I2C address 0x"
+                             << standby::hex(address) << " for OAM_" << oam
+                             << "_" << entry.name << ". Status " << responsive;
+        }
+    }
+    platform::i2c().close(channel.fd);
+    return responsive;
+}
+
+} // namespace orvane

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/vcd_reader.hpp"
+
 #include "board/board.hpp"
 #include "board/board_time.hpp"
 #include "board/virtual_board.hpp"
@@ -97,23 +99,6 @@ class BoardHarness
   private:
     ManualTime time;
     std::unique_ptr<Board> dut;
-};
-
-// A VCD file read back: the declared signals and their changes in order.
-struct Vcd
-{
-    struct Change
-    {
-        int64_t at;
-        std::string value;
-    };
-    std::map<std::string, int> widths;                  // name -> width
-    std::map<std::string, std::vector<Change>> changes; // name -> changes
-    std::vector<std::string> problems;                  // what is malformed
-
-    static Vcd parse(const std::string& text);
-    // The value that a signal has at a time.
-    std::string at(const std::string& name, int64_t time) const;
 };
 
 std::string writeAndRead(Board& board);

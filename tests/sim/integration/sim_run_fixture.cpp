@@ -1,5 +1,7 @@
 #include "sim_run_fixture.hpp"
 
+#include "common/vcd_reader.hpp"
+
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -95,24 +97,6 @@ std::string runCommand(const std::string& command, int& status)
     return output;
 }
 
-// VCD: "$var wire 1 ! NAME $end" declarations, then "#time" and changes.
-std::map<std::string, std::string> signalIds(const std::string& vcd)
-{
-    std::map<std::string, std::string> ids;
-    std::istringstream in(vcd);
-    std::string word;
-    while (in >> word)
-    {
-        if (word == "$var")
-        {
-            std::string type, width, id, name;
-            in >> type >> width >> id >> name;
-            ids[name] = id;
-        }
-    }
-    return ids;
-}
-
 } // namespace
 
 std::vector<nlohmann::json> SimRun::eventsWithId(const std::string& id) const
@@ -147,49 +131,8 @@ std::string SimRun::sanitizerReport() const
 double SimRun::firstChange(const std::string& signal,
                            const std::string& value) const
 {
-    auto ids = signalIds(waveform);
-    auto found = ids.find(signal);
-    if (found == ids.end())
-    {
-        return -2;
-    }
-    const std::string& id = found->second;
-    bool nanoseconds = waveform.find("$timescale 1 ns") != std::string::npos ||
-                       waveform.find("$timescale 1ns") != std::string::npos;
-    double unit = nanoseconds ? 1e-9 : 1e-6;
-    std::istringstream in(waveform);
-    std::string line;
-    std::string previous;
-    double now = 0;
-    while (std::getline(in, line))
-    {
-        if (line.starts_with("#"))
-        {
-            now = std::stod(line.substr(1)) * unit;
-            continue;
-        }
-        std::string seen;
-        if (line.size() == value.size() + id.size() && line.ends_with(id) &&
-            line[0] != 'b' && line[0] != '$')
-        {
-            seen = line.substr(0, value.size());
-        }
-        else if (line.starts_with("b") && line.ends_with(" " + id))
-        {
-            seen = line.substr(1, line.size() - id.size() - 2);
-        }
-        if (seen.empty())
-        {
-            continue;
-        }
-        // The initial dump is a level, not a change.
-        if (seen == value && !previous.empty() && previous != value)
-        {
-            return now;
-        }
-        previous = seen;
-    }
-    return -1;
+    int64_t at = Vcd::parse(waveform).firstChangeTo(signal, value);
+    return at < 0 ? -1.0 : static_cast<double>(at) / 1e9;
 }
 
 SimRun runSim(const std::string& scenario,

@@ -1,8 +1,8 @@
-#include "board_harness.hpp"
+#include "common/vcd_reader.hpp"
 
 #include <sstream>
 
-namespace ubbsim::test
+namespace ubbsim
 {
 
 namespace
@@ -150,4 +150,23 @@ std::string Vcd::at(const std::string& name, int64_t time) const
     return value;
 }
 
-} // namespace ubbsim::test
+int64_t Vcd::firstChangeTo(const std::string& name,
+                           const std::string& value) const
+{
+    auto found = changes.find(name);
+    if (found == changes.end())
+    {
+        return -1;
+    }
+    const auto& trace = found->second;
+    for (size_t i = 1; i < trace.size(); ++i)
+    {
+        if (trace[i].value == value && trace[i - 1].value != value)
+        {
+            return trace[i].at;
+        }
+    }
+    return -1;
+}
+
+} // namespace ubbsim

@@ -1,0 +1,321 @@
+#include "output_capture.hpp"
+#include "virtual_board_fixture.hpp"
+
+#include "fakes/bus_fixture.hpp"
+#include "neighbours/neighbours.hpp"
+#include "orvane/power_service.hpp"
+#include "utils/dbus_handler.hpp"
+
+#include <sdbus-c++/sdbus-c++.h>
+
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace orvane::test
+{
+namespace
+{
+
+using ::testing::HasSubstr;
+using namespace std::chrono_literals;
+
+constexpr const char* probePath = "/xyz/openbmc_project/Orvane/Probe";
+constexpr const char* probeInterface = "xyz.openbmc_project.Orvane.Probe";
+constexpr const char* chassisOn =
+    "xyz.openbmc_project.State.Chassis.PowerState.On";
+constexpr const char* chassisOff =
+    "xyz.openbmc_project.State.Chassis.PowerState.Off";
+
+size_t lines(const std::string& text)
+{
+    return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
+}
+
+template <typename Condition>
+bool eventually(Condition condition)
+{
+    auto deadline = std::chrono::steady_clock::now() + 10s;
+    while (!condition())
+    {
+        if (std::chrono::steady_clock::now() > deadline)
+        {
+            return false;
+        }
+        std::this_thread::sleep_for(5ms);
+    }
+    return true;
+}
+
+std::string status(const std::string& name)
+{
+    return GetBusProperty(powerStatusPath, powerStatusInterface, name);
+}
+
+// The daemon's service on a private bus, shared by the whole program since
+// RunDbusService only returns when the bus goes away.
+class ServiceBus : public ::testing::Environment
+{
+  public:
+    void SetUp() override
+    {
+        platform = std::make_unique<FakePlatform>();
+        bus = std::make_unique<PrivateBus>();
+        state.standbyPowerStatus = true;
+        state.oamErrorInjection = true;
+        state.smcFpgaStatus = true;
+
+        AddServiceRegistration([](sdbus::IConnection&) {
+            throw std::runtime_error("probe refused");
+        });
+        AddServiceRegistration([this](sdbus::IConnection& connection) {
+            readyAtRegistration = DbusReady();
+            probe = sdbus::createObject(connection, probePath);
+            probe->registerProperty("Answer")
+                .onInterface(probeInterface)
+                .withGetter([] { return std::string("42"); });
+            probe->finishRegistration();
+        });
+
+        startOutput = console([this] {
+            thread = std::thread([this] { RunDbusService(state); });
+            ASSERT_TRUE(eventually([] { return DbusReady(); }));
+        });
+        for (const char* name :
+             {"StandbyPowerStatus", "BasePowerStatus", "OAMErrorInjection",
+              "UBBFPGAStatus", "SMCFPGAStatus", "ServerResetStatus"})
+        {
+            initial[name] = status(name);
+        }
+    }
+
+    void TearDown() override
+    {
+        // The event loop ends with the bus, and so does the thread.
+        std::string out = console([this] {
+            bus.reset();
+            thread.join();
+        });
+        EXPECT_THAT(out, HasSubstr("] Dbus service xyz.openbmc_project.Orvane "
+                                   "stopped: "));
+        probe.reset();
+        platform.reset();
+    }
+
+    OrvaneSvcState state;
+    std::map<std::string, std::string> initial;
+    std::string startOutput;
+    std::atomic<bool> readyAtRegistration{true};
+
+  private:
+    std::unique_ptr<FakePlatform> platform;
+    std::unique_ptr<PrivateBus> bus;
+    std::unique_ptr<sdbus::IObject> probe;
+    std::thread thread;
+};
+
+ServiceBus* const service = dynamic_cast<ServiceBus*>(
+    ::testing::AddGlobalTestEnvironment(new ServiceBus));
+
+TEST(PowerService, FirstValuesComeFromTheState)
+{
+    EXPECT_EQ(service->initial, (std::map<std::string, std::string>{
+                                    {"StandbyPowerStatus", "On"},
+                                    {"BasePowerStatus", "Off"},
+                                    {"OAMErrorInjection", "Enable"},
+                                    {"UBBFPGAStatus", "False"},
+                                    {"SMCFPGAStatus", "True"},
+                                    {"ServerResetStatus", "False"},
+                                }));
+}
+
+using Properties = std::map<std::string, sdbus::Variant>;
+using Interfaces = std::map<std::string, Properties>;
+
+// Property names by interface, for the VR_Info interfaces of one object;
+// every value must be an empty string.
+std::map<std::string, std::vector<std::string>> vrInterfaces(
+    const Interfaces& interfaces)
+{
+    std::map<std::string, std::vector<std::string>> found;
+    for (const auto& [name, properties] : interfaces)
+    {
+        for (const auto& [property, value] : properties)
+        {
+            if (name.starts_with(vrInfoInterface))
+            {
+                EXPECT_EQ(value.get<std::string>(), "") << name << property;
+                found[name].push_back(property);
+            }
+        }
+    }
+    return found;
+}
+
+TEST(PowerService, VrInfoTreeStartsEmpty)
+{
+    std::map<sdbus::ObjectPath, Interfaces> objects;
+    sdbus::createProxy(orvaneBusName, "/")
+        ->callMethod("GetManagedObjects")
+        .onInterface("org.freedesktop.DBus.ObjectManager")
+        .storeResultsTo(objects);
+
+    auto summaries = vrInterfaces(objects[vrInfoPath]);
+    EXPECT_EQ(summaries.size(), 9u);
+    for (std::string module : {"OAM_0", "OAM_7", "UBB"})
+    {
+        const std::string summary = std::string(vrInfoInterface) + "." + module;
+        EXPECT_EQ(summaries[summary].size(), 29u) << module;
+        EXPECT_THAT(summaries[summary],
+                    ::testing::IsSupersetOf(
+                        {"HW_DESIGN", "VR_CONFIG_DIR", "VR_CONFIG_VERSION",
+                         "THERMAL_INFO", "PART_NUMBER", "VRSlaveAddr_12",
+                         "Writecycles_12"}));
+
+        auto details = vrInterfaces(
+            objects[sdbus::ObjectPath(std::string(vrInfoPath) + "/" + module)]);
+        EXPECT_EQ(details.size(), 12u) << module;
+        EXPECT_THAT(details[summary + ".VR12"],
+                    ::testing::UnorderedElementsAre(
+                        "Name", "Model", "VRSlaveAddr", "Writecycles"));
+    }
+}
+
+TEST(PowerService, SetPropertyPublishesTheTexts)
+{
+    struct Case
+    {
+        const char* name;
+        uint32_t value;
+        const char* text;
+    };
+    const Case cases[] = {
+        {"UBBFPGAStatus", 2, "True"},        {"UBBFPGAStatus", 0, "False"},
+        {"OAMErrorInjection", 0, "Disable"}, {"StandbyPowerStatus", 0, "Off"},
+        {"SMCFPGAStatus", 0, "False"},       {"ServerResetStatus", 7, "True"},
+    };
+    for (const Case& c : cases)
+    {
+        std::string out = console([&] { set_property(c.name, c.value); });
+        EXPECT_EQ(status(c.name), c.text) << c.name << " " << c.value;
+        EXPECT_EQ(out, "") << c.name;
+    }
+
+    // A misspelt name: the line, and no call that would add one of its own.
+    std::string out = console([] { set_property("UBBFpgaStatus", 1); });
+    EXPECT_THAT(out, HasSubstr("[ERROR \"power_service.cpp\":"));
+    EXPECT_THAT(out, HasSubstr("] [set_property] Dbus property UBBFpgaStatus "
+                               "is unreachable in Dbus interface "
+                               "xyz.openbmc_project.Orvane.Power_Status\n"));
+    EXPECT_EQ(lines(out), 1u) << out;
+    EXPECT_EQ(status("UBBFPGAStatus"), "False");
+}
+
+// A write announces itself once; the same value again announces nothing.
+TEST(PowerService, ChangesAreAnnounced)
+{
+    set_property("ServerResetStatus", 0);
+    std::mutex mutex;
+    std::vector<std::string> seen;
+    auto proxy = sdbus::createProxy(orvaneBusName, powerStatusPath);
+    proxy->uponSignal("PropertiesChanged")
+        .onInterface("org.freedesktop.DBus.Properties")
+        .call([&](const std::string&, const Properties& changed,
+                  const std::vector<std::string>&) {
+            std::lock_guard lock(mutex);
+            for (const auto& [name, value] : changed)
+            {
+                seen.push_back(name + "=" + value.get<std::string>());
+            }
+        });
+    proxy->finishRegistration();
+
+    set_property("ServerResetStatus", 1);
+    set_property("ServerResetStatus", 1);
+    set_property("ServerResetStatus", 0);
+
+    auto count = [&] {
+        std::lock_guard lock(mutex);
+        return seen.size();
+    };
+    ASSERT_TRUE(eventually([&] { return count() >= 2; }));
+    std::this_thread::sleep_for(100ms);
+    std::lock_guard lock(mutex);
+    EXPECT_THAT(seen, ::testing::ElementsAre("ServerResetStatus=True",
+                                             "ServerResetStatus=False"));
+}
+
+TEST(PowerService, BasePowerGoesToTheChassis)
+{
+    FakePlatform fake;
+    ubbsim::Neighbours neighbours(VirtualBoardFixture::healthyBoard());
+    neighbours.start();
+
+    std::string out = console([] { set_property("BasePowerStatus", 1); });
+    EXPECT_EQ(status("BasePowerStatus"), "On");
+    EXPECT_EQ(neighbours.chassisPowerState(), chassisOn);
+    EXPECT_THAT(out, HasSubstr("] The current Chassis Power state set to: "
+                               "On\n"));
+
+    out = console([] { set_property("BasePowerStatus", 0); });
+    EXPECT_EQ(neighbours.chassisPowerState(), chassisOff);
+    EXPECT_THAT(out, HasSubstr("set to: Off\n"));
+    EXPECT_TRUE(fake.clock.sleeps().empty());
+}
+
+// Without the state manager: eleven tries 3 s apart, then the caller goes on.
+TEST(PowerService, MissingChassisServiceCostsElevenTries)
+{
+    FakePlatform fake;
+    std::string out = console([] { set_property("BasePowerStatus", 1); });
+
+    EXPECT_EQ(status("BasePowerStatus"), "On");
+    EXPECT_EQ(fake.clock.sleeps(),
+              std::vector<std::chrono::nanoseconds>(10, 3s));
+    EXPECT_EQ(occurrences(out, "] SetChassisCurrentPowerState D-Bus failed: "
+                               "sd_bus_call: "
+                               "org.freedesktop.DBus.Error.ServiceUnknown: "),
+              10u);
+    EXPECT_THAT(out, HasSubstr(". Starting retry#10\n"));
+    EXPECT_THAT(out, HasSubstr("] SetChassisCurrentPowerState D-Bus error: "
+                               "sd_bus_call: "
+                               "org.freedesktop.DBus.Error.ServiceUnknown: "));
+    // The error text ends in a line feed of its own.
+    EXPECT_THAT(out, ::testing::EndsWith("\n\n"));
+    EXPECT_EQ(lines(out), 12u);
+}
+
+TEST(PowerService, RegistrationsRunBeforeReady)
+{
+    EXPECT_FALSE(service->readyAtRegistration);
+    EXPECT_EQ(GetBusProperty(probePath, probeInterface, "Answer"), "42");
+    // One registration that fails leaves the rest of the service up.
+    EXPECT_THAT(service->startOutput,
+                HasSubstr("] Dbus service registration fail: probe refused\n"));
+}
+
+// A second service can't take the name: its thread ends with a line, and
+// the first goes on serving.
+TEST(PowerService, TakenNameEndsOnlyThatThread)
+{
+    FakePlatform fake;
+    OrvaneSvcState other;
+    std::string out = console([&] { RunDbusService(other); });
+
+    EXPECT_THAT(out, HasSubstr("[ERROR \"power_service.cpp\":"));
+    EXPECT_THAT(out, HasSubstr("sd_bus_request_name"));
+    EXPECT_EQ(lines(out), 1u) << out;
+    EXPECT_TRUE(DbusReady());
+    EXPECT_NE(status("SMCFPGAStatus"), "");
+}
+
+} // namespace
+} // namespace orvane::test
