@@ -151,9 +151,10 @@ std::string summaryText(const Scenario& scenario, Board& board,
     out << "power timeline:\n";
     for (const auto& event : events)
     {
-        if (event.id.ends_with("ResourcePoweredOn") ||
-            event.id.ends_with("ResourcePoweredOff") ||
-            event.id == "PowerDownRequest")
+        bool power = event.id.ends_with("ResourcePoweredOn") ||
+                     event.id.ends_with("ResourcePoweredOff") ||
+                     event.id == "PowerDownRequest";
+        if (power && event.call == "log")
         {
             out << "  " << std::setw(7) << std::setprecision(2) << event.at
                 << " s  " << event.text << "\n";

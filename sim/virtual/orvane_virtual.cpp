@@ -2,8 +2,8 @@
 // which passes the board's whereabouts in the environment.
 
 #include "common/sim_env.hpp"
-#include "main/boot_ops.hpp"
 #include "main/orvane_main.hpp"
+#include "main/power_boot_ops.hpp"
 #include "utils/platform/platform.hpp"
 #include "virtual/event_log.hpp"
 #include "virtual/virtual_gpio.hpp"
@@ -48,7 +48,7 @@ int main()
     seams.retimer = &retimer;
     orvane::platform::install(seams);
 
-    static orvane::PlaceholderBootOps ops;
+    static orvane::PowerBootOps ops;
     static std::string shmName = env->shmName;
     orvane::OrvaneMain(ops, shmName.c_str());
 }

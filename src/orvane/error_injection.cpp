@@ -1,1 +1,104 @@
-// placeholder
+#include "logging/log_line.hpp"
+#include "orvane/base_power.hpp"
+#include "utils/i2c_ops.hpp"
+
+#include <array>
+#include <cerrno>
+#include <mutex>
+#include <utility>
+
+namespace orvane
+{
+
+namespace
+{
+
+using logging::level::ERR;
+using logging::level::INFO;
+
+// The RM of OAM n answers on rmChannels[n].
+constexpr std::array<int, 8> rmChannels{5, 6, 7, 8, 9, 10, 11, 0};
+constexpr uint8_t rmAddress = 0x56;
+// The RM's 16-bit register 0xF24E goes out as memory address 0xF2 with the
+// low offset byte leading the data.
+constexpr uint8_t injectionHigh = 0xF2;
+constexpr uint8_t injectionLow = 0x4E;
+
+std::mutex callMutex;
+ManageabilityCall manageabilityCall;
+
+// Bit 0 of the RM register is inverted against the name: 0 enables.
+bool writeAll(bool enable)
+{
+    const uint8_t pair[2] = {injectionLow,
+                             static_cast<uint8_t>(enable ? 0 : 1)};
+    for (int channel : rmChannels)
+    {
+        int event = 0;
+        if (!I2CWriteMemoryBlock(&event, channel, rmAddress, injectionHigh,
+                                 sizeof(pair), pair))
+        {
+            return false;
+        }
+    }
+    return true;
+}
+
+} // namespace
+
+bool SetOamErrorInjection(OrvaneSvcState& state, bool enable)
+{
+    for (size_t oam = 0; oam < rmChannels.size(); ++oam)
+    {
+        int event = 0;
+        uint8_t reading = 0;
+        if (!ReadOamErrorInjection(&event, rmChannels[oam], reading))
+        {
+            ConsoleLog(ERR) << "Fail to Read OAM error injection";
+            return false;
+        }
+        const bool disabled = (reading & 0x01) != 0;
+        if (enable == disabled)
+        {
+            ConsoleLog(ERR) << "OAM " << oam << " set failed";
+            if (!writeAll(enable))
+            {
+                ConsoleLog(ERR)
+                    << (enable ? "Fail to enable oam error injection"
+                               : "Fail to disable oam error "
+                                 "injection");
+                state.oamErrorInjection = false;
+                return false;
+            }
+            ConsoleLog(INFO)
+                << (enable
+                        ? "Set OAM error injection to enable successfully "
+                        : "Set OAM error injection to disable successfully ");
+        }
+        state.oamErrorInjection = enable;
+    }
+    return true;
+}
+
+void SetManageabilityCall(ManageabilityCall call)
+{
+    std::lock_guard lock(callMutex);
+    manageabilityCall = std::move(call);
+}
+
+int ErotSetManageabilityFeature(uint8_t feature, uint8_t value, uint8_t& status)
+{
+    ManageabilityCall call;
+    {
+        std::lock_guard lock(callMutex);
+        call = manageabilityCall;
+    }
+    // Without the eRoT client nothing can carry the request.
+    if (!call)
+    {
+        return -ENOSYS;
+    }
+    return call(feature, value, status);
+}
+
+} // namespace orvane

@@ -94,8 +94,12 @@ uint32_t CheckWarmBootPowerGood(OrvaneSvcState& state)
                      << ",module_pwrgd = 0x" << standby::hex(moduleGood)
                      << ",OAM_CTF = 0x" << standby::hex(ctf);
 
-    auto missing = [present](uint8_t good) {
-        return static_cast<uint8_t>(present & static_cast<uint8_t>(~good));
+    // PRSNT reads a set bit for an empty slot: only fitted OAMs must be
+    // good. Taken as read, a board with every slot fitted would pass with
+    // no power at all, and base power-on would be skipped on a cold boot.
+    const auto fitted = static_cast<uint8_t>(~present);
+    auto missing = [fitted](uint8_t good) {
+        return static_cast<uint8_t>(fitted & static_cast<uint8_t>(~good));
     };
     return missing(hostGood) == 0 && missing(moduleGood) == 0 &&
                    missing(ctf) == 0

@@ -54,20 +54,30 @@ TEST_F(WarmBootTest, WarmResetWithEveryPresentOamGood)
                                "module_pwrgd = 0xff,OAM_CTF = 0xff"));
 }
 
-TEST_F(WarmBootTest, AnyFlaggedOamWithoutItsSignalFails)
+TEST_F(WarmBootTest, AnyFittedOamWithoutItsSignalFails)
 {
-    // The FPGA keeps its image, so the flag stays set even on failure.
-    board(0x1000, 0x08, 0xF7, 0xFF, 0xFF);
+    // Only OAM_3 is fitted. The FPGA keeps its image, so the flag stays
+    // set even on failure.
+    board(0x1000, 0xF7, 0xF7, 0xFF, 0xFF);
     EXPECT_EQ(check(), 0U);
     EXPECT_TRUE(state.ubbFpgaConfigured);
 
-    board(0x1000, 0x08, 0xFF, 0xF7, 0xFF);
+    board(0x1000, 0xF7, 0xFF, 0xF7, 0xFF);
     EXPECT_EQ(check(), 0U);
-    board(0x1000, 0x08, 0xFF, 0xFF, 0xF7);
+    board(0x1000, 0xF7, 0xFF, 0xFF, 0xF7);
     EXPECT_EQ(check(), 0U);
-    // Bits outside the flagged ones don't count.
-    board(0x1000, 0x08, 0x08, 0x08, 0x08);
+    // Empty slots don't count.
+    board(0x1000, 0xF7, 0x08, 0x08, 0x08);
     EXPECT_NE(check(), 0U);
+}
+
+TEST_F(WarmBootTest, ConfiguredFpgaWithoutBasePowerIsNoWarmBoot)
+{
+    // A cold SMC whose FPGA is configured, before base power: all fitted,
+    // none good. Base power-on must not take the warm skip here.
+    state.ubbFpgaConfigured = true;
+    board(0x0001, 0x00, 0x00, 0x00, 0xFF);
+    EXPECT_EQ(check(), 0U);
 }
 
 TEST_F(WarmBootTest, ColdResetOnlyLooksWhenTheFpgaWasConfigured)

@@ -1,0 +1,22 @@
+#pragma once
+
+#include "orvane/orvane_svc_state.hpp"
+
+#include <cstdint>
+
+// Steps of base power and of the monitor that live in files of their own;
+// not part of the power control interface.
+namespace orvane::detail
+{
+
+// One single-attempt read of one register byte.
+bool ReadRegister(int channel, uint8_t address, uint8_t reg, uint8_t& value);
+
+// CLEAR_FAULTS to the UBB's regulators, then to those of every OAM whose
+// bit in `prsnt` is clear (a clear bit means present).
+void ClearVrFaults(uint8_t prsnt);
+
+// One round of the power monitor, after its pause.
+void PowerMonitorRound(OrvaneSvcState& state);
+
+} // namespace orvane::detail
