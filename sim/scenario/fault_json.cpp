@@ -23,12 +23,12 @@ const std::vector<FaultRule>& faultRules()
 {
     static const std::vector<FaultRule> rules = {
         {"railNoPowerGood", {"rail"}, {}},
-        {"railDrop", {"rail", "at"}, {}},
+        {"railDrop", {"rail", "at"}, {"until"}},
         // Without an address the whole bus is silent.
         {"nack", {"bus"}, {"address", "at", "until"}},
         {"gpioBusy", {"line"}, {"at", "until"}},
-        {"ctf", {"oam", "at"}, {}},
-        {"moduleGoodLost", {"oam", "at"}, {}},
+        {"ctf", {"oam", "at"}, {"until"}},
+        {"moduleGoodLost", {"oam", "at"}, {"until"}},
         {"hotswapNoGood", {"count"}, {}},
         {"fpgaTimeout", {"count"}, {}},
         {"efuse", {"oam"}, {"value"}},

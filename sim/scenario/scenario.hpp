@@ -62,11 +62,11 @@ struct HostAction
 
 // A fault of the board. Which fields matter depends on the kind:
 //   railNoPowerGood  rail                       power good never comes
-//   railDrop         rail, at                   power good drops at `at`
+//   railDrop         rail, at, until            power good drops at `at`
 //   nack             bus, address, at, until    the device stops answering
 //   gpioBusy         line, at, until            another consumer holds it
-//   ctf              oam, at                    thermal trip of one OAM
-//   moduleGoodLost   oam, at                    module power good drops
+//   ctf              oam, at, until             thermal trip of one OAM
+//   moduleGoodLost   oam, at, until             module power good drops
 //   hotswapNoGood    count                      hotswap power good never
 //                                               comes, for `count` enables
 //                                               (-1: always)

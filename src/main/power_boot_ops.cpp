@@ -6,6 +6,7 @@
 #include "orvane/power_monitor.hpp"
 #include "orvane/power_service.hpp"
 #include "orvane/standby_power.hpp"
+#include "utils/platform/platform.hpp"
 
 namespace orvane
 {
@@ -38,9 +39,22 @@ uint32_t PowerBootOps::CheckWarmBootPowerGood(OrvaneSvcState& state)
     return orvane::CheckWarmBootPowerGood(state);
 }
 
-void PowerBootOps::CreateSecureBootService(sem_t*, bool warm)
+void PowerBootOps::CreateSecureBootService(sem_t* criticalSection, bool warm)
 {
+    semaphore = criticalSection;
     warmGood = warm;
+}
+
+void PowerBootOps::halt()
+{
+    NvEvent(logging::level::WARNING, "BootFailure", "RoT", "", "")
+        << "System halt and enable FW recovery mode.";
+    sem_post(semaphore);
+    ConsoleLog(logging::level::INFO) << "*** Leave Boot Critical Section. ***";
+    while (true)
+    {
+        platform::sleepSeconds(10);
+    }
 }
 
 void PowerBootOps::UbbVrUpdate()
@@ -59,9 +73,11 @@ void PowerBootOps::RunSecureBoot(OrvaneSvcState& state)
     {
         return;
     }
-    if (Stby_Pwr_on_Sqnc_2_PreRetimer(state, sideA) != 0)
+    if (Stby_Pwr_on_Sqnc_2_PreRetimer(state, sideA) == 0 ||
+        Stby_Pwr_on_Sqnc_2(state) == 0)
     {
-        Stby_Pwr_on_Sqnc_2(state);
+        ConsoleLog(logging::level::ERR) << "Standby power sequence 2 error";
+        halt();
     }
 }
 

@@ -29,6 +29,11 @@ class PowerBootOps : public BootOps
     uint32_t CheckRmEfuseFault(OrvaneSvcState& state) override;
 
   private:
+    // The halt of a fatal standby step: the boot goes no further, the
+    // Boot Critical Section is left, and the process keeps serving D-Bus.
+    [[noreturn]] void halt();
+
+    sem_t* semaphore = nullptr;
     bool warmGood = false;
 };
 

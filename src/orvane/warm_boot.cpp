@@ -101,7 +101,9 @@ uint32_t CheckWarmBootPowerGood(OrvaneSvcState& state)
     auto missing = [fitted](uint8_t good) {
         return static_cast<uint8_t>(fitted & static_cast<uint8_t>(~good));
     };
-    return missing(hostGood) == 0 && missing(moduleGood) == 0 &&
+    // A board without any OAM has nothing that kept base power: it takes
+    // the full sequences, which know how to bring up a bare board.
+    return fitted != 0 && missing(hostGood) == 0 && missing(moduleGood) == 0 &&
                    missing(ctf) == 0
                ? 1
                : 0;

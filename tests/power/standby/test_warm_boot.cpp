@@ -78,6 +78,9 @@ TEST_F(WarmBootTest, ConfiguredFpgaWithoutBasePowerIsNoWarmBoot)
     state.ubbFpgaConfigured = true;
     board(0x0001, 0x00, 0x00, 0x00, 0xFF);
     EXPECT_EQ(check(), 0U);
+    // Nor is a board without any OAM.
+    board(0x1000, 0xFF, 0x00, 0x00, 0xFF);
+    EXPECT_EQ(check(), 0U);
 }
 
 TEST_F(WarmBootTest, ColdResetOnlyLooksWhenTheFpgaWasConfigured)

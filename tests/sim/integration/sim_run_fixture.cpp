@@ -112,6 +112,40 @@ std::vector<nlohmann::json> SimRun::eventsWithId(const std::string& id) const
     return found;
 }
 
+std::string SimRun::powerStatus(const std::string& property) const
+{
+    auto state = nlohmann::json::parse(dbusState, nullptr, false);
+    if (state.is_discarded() || !state.contains("data"))
+    {
+        return {};
+    }
+    for (const auto& objects : state["data"])
+    {
+        auto path = objects.find("/xyz/openbmc_project/Orvane");
+        if (path == objects.end())
+        {
+            continue;
+        }
+        auto iface = path->find("xyz.openbmc_project.Orvane.Power_Status");
+        if (iface != path->end() && iface->contains(property))
+        {
+            return (*iface)[property].value("data", "");
+        }
+    }
+    return {};
+}
+
+int SimRun::trailCount(const std::string& text) const
+{
+    int count = 0;
+    for (size_t at = trail.find(text); at != std::string::npos;
+         at = trail.find(text, at + 1))
+    {
+        ++count;
+    }
+    return count;
+}
+
 std::string SimRun::sanitizerReport() const
 {
     for (const std::string* text : {&console, &trail})

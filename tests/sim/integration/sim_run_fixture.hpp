@@ -24,6 +24,11 @@ struct SimRun
     // Log-library entries of the event log (not the non-volatile copies)
     // with this message id.
     std::vector<nlohmann::json> eventsWithId(const std::string& id) const;
+    // A Power_Status property of the daemon at the end of the run, or
+    // empty when it wasn't published.
+    std::string powerStatus(const std::string& property) const;
+    // How many times the trail holds the text.
+    int trailCount(const std::string& text) const;
     // A sanitizer report or runtime error of either process, or empty.
     std::string sanitizerReport() const;
     // The board time (seconds) of the first change of a VCD signal to

@@ -382,8 +382,8 @@ INSTANTIATE_TEST_SUITE_P(
         ErrorCase{R"({"faults": [{"kind": "sgpio", "fpga": "ubb"}]})",
                   R"(faults[0].value: required by fault kind "sgpio")"},
         ErrorCase{
-            R"({"faults": [{"kind": "ctf", "oam": 1, "at": 5, "until": 9}]})",
-            R"(faults[0].until: not used by fault kind "ctf")"},
+            R"({"faults": [{"kind": "ctf", "oam": 1, "at": 5, "line": "X"}]})",
+            R"(faults[0].line: not used by fault kind "ctf")"},
         ErrorCase{
             R"({"faults": [{"kind": "railNoPowerGood", "rail": "VCCINT_FPGA", "oam": 1}]})",
             R"(faults[0].oam: not used by fault kind "railNoPowerGood")"},

@@ -1,0 +1,211 @@
+// The bus transport against an MCTP endpoint on a private system bus: the
+// call's arguments, the five attempts, and which failures are final.
+#include "scripted_device.hpp"
+
+#include "fakes/bus_fixture.hpp"
+
+#include <systemd/sd-bus.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <deque>
+#include <optional>
+#include <string>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace erot::test
+{
+namespace
+{
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+size_t occurrences(const std::string& text, const std::string& what)
+{
+    size_t count = 0;
+    for (size_t at = text.find(what); at != std::string::npos;
+         at = text.find(what, at + 1))
+    {
+        ++count;
+    }
+    return count;
+}
+
+// One answer of the endpoint: an errno to fail with, or bytes.
+struct Answer
+{
+    int error = 0;
+    Bytes bytes;
+};
+
+class Transport : public ::testing::Test
+{
+  protected:
+    void startEndpoint()
+    {
+        peer.addMethod("/xyz/openbmc_project/mctp",
+                       "xyz.openbmc_project.MCTP.Endpoint", "MctpSendRecv",
+                       "yyqay", "ay",
+                       [this](sd_bus_message* call, sd_bus_message* reply) {
+                           return answer(call, reply);
+                       });
+        peer.start();
+    }
+
+    // Runs on the peer's thread under its lock.
+    int answer(sd_bus_message* call, sd_bus_message* reply)
+    {
+        const void* data = nullptr;
+        size_t size = 0;
+        int r = sd_bus_message_read(call, "yyq", &address, &eid, &timeout);
+        if (r < 0 ||
+            (r = sd_bus_message_read_array(call, 'y', &data, &size)) < 0)
+        {
+            return r;
+        }
+        const auto* bytes = static_cast<const uint8_t*>(data);
+        received.assign(bytes, bytes + size);
+        Answer next = fallback;
+        if (!plan.empty())
+        {
+            next = plan.front();
+            plan.pop_front();
+        }
+        if (next.error != 0)
+        {
+            return -next.error;
+        }
+        return sd_bus_message_append_array(reply, 'y', next.bytes.data(),
+                                           next.bytes.size());
+    }
+
+    int send(const Bytes& frame, uint32_t timeoutMs = 6000)
+    {
+        int r = 0;
+        text = printed([&] {
+            r = ErotTransportSendRecv(frame.data(), frame.size(),
+                                      responseFrame.data(),
+                                      responseFrame.size(), timeoutMs, &length);
+        });
+        return r;
+    }
+
+    orvane::test::PrivateBus bus;
+    orvane::test::BusResponder peer{"xyz.openbmc_project.MCTP.SMBus15"};
+    std::deque<Answer> plan;
+    Answer fallback{EBUSY, {}};
+    uint8_t address = 0;
+    uint8_t eid = 0;
+    uint16_t timeout = 0;
+    Bytes received;
+
+    Bytes responseFrame = Bytes(12, 0);
+    size_t length = 0;
+    Printed text;
+};
+
+TEST_F(Transport, CarriesTheFrameToTheErotAndCopiesTheReply)
+{
+    plan.push_back({0, {9, 8, 7, 6, 5, 4, 3, 2, 1, 0}});
+    startEndpoint();
+
+    EXPECT_EQ(send({0x7F, 0x01, 0x02}, 30000), 0);
+
+    EXPECT_EQ(length, 10U);
+    EXPECT_EQ(Bytes(responseFrame.begin(), responseFrame.begin() + 10),
+              Bytes({9, 8, 7, 6, 5, 4, 3, 2, 1, 0}));
+    EXPECT_EQ(text.out, "");
+    auto lock = peer.hold();
+    EXPECT_EQ(address, 100);
+    EXPECT_EQ(eid, 0x94);
+    EXPECT_EQ(timeout, 25000);
+    EXPECT_THAT(received, ElementsAre(0x7F, 0x01, 0x02));
+}
+
+TEST_F(Transport, FiveAttemptsThenTheLastError)
+{
+    startEndpoint();
+
+    EXPECT_EQ(send({1}), -EBUSY);
+
+    EXPECT_EQ(peer.calls("MctpSendRecv"), 5);
+    EXPECT_EQ(occurrences(text.out,
+                          "sd_bus_call error: -16 (Device or resource busy)\n"),
+              5U);
+    EXPECT_THAT(text.out, HasSubstr("Retry eRot API (1/4)\n"));
+    EXPECT_THAT(text.out, HasSubstr("Retry eRot API (4/4)\n"));
+    EXPECT_EQ(occurrences(text.out, "Retry eRot API"), 4U);
+}
+
+TEST_F(Transport, EmptyRepliesAreRetriedAndALaterAttemptCanSucceed)
+{
+    plan = {{0, {}}, {EIO, {}}, {0, {0xAB}}};
+    startEndpoint();
+
+    EXPECT_EQ(send({1}), 0);
+
+    EXPECT_EQ(peer.calls("MctpSendRecv"), 3);
+    EXPECT_EQ(length, 1U);
+    EXPECT_EQ(responseFrame[0], 0xAB);
+    EXPECT_EQ(occurrences(text.out, "Response length is 0\n"), 1U);
+    EXPECT_EQ(occurrences(text.out, "Retry eRot API"), 2U);
+}
+
+TEST_F(Transport, AnOversizedReplyIsFinal)
+{
+    plan.push_back({0, Bytes(20, 0x11)});
+    startEndpoint();
+
+    EXPECT_EQ(send({1}), -EIO);
+
+    EXPECT_EQ(peer.calls("MctpSendRecv"), 1);
+    EXPECT_EQ(text.out, "RX buffer is not enough (12 < 20)\n");
+    EXPECT_EQ(responseFrame[0], 0);
+}
+
+TEST_F(Transport, CommandsGoOverTheBusUnlessReplaced)
+{
+    plan.push_back({0, response(0x18, 0, {0x5C})});
+    startEndpoint();
+    uint8_t value = 0;
+    uint8_t status = 0xA5;
+
+    EXPECT_EQ(ErotGetOneByte(&value, &status), 0);
+
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(value, 0x5C);
+    auto lock = peer.hold();
+    EXPECT_EQ(received, request(0x18));
+}
+
+TEST(TransportWithoutBus, NoSystemBusIsFinal)
+{
+    constexpr const char* variable = "DBUS_SYSTEM_BUS_ADDRESS";
+    std::optional<std::string> saved;
+    if (const char* previous = std::getenv(variable))
+    {
+        saved = previous;
+    }
+    setenv(variable, "unix:path=/nonexistent/orvane.sock", 1);
+    Bytes reply(9);
+    size_t length = 0;
+    uint8_t byte = 1;
+    int r = 0;
+
+    Printed text = printed([&] {
+        r = ErotTransportSendRecv(&byte, 1, reply.data(), reply.size(), 100,
+                                  &length);
+    });
+
+    saved ? setenv(variable, saved->c_str(), 1) : unsetenv(variable);
+    EXPECT_LT(r, 0);
+    EXPECT_THAT(text.out, HasSubstr("sd_bus_default_system error: "));
+    EXPECT_THAT(text.out, Not(HasSubstr("Retry")));
+}
+
+} // namespace
+} // namespace erot::test
