@@ -42,26 +42,4 @@ class BootOps
     virtual uint32_t CheckRmEfuseFault(OrvaneSvcState& state) = 0;
 };
 
-// Until the power and secure boot subsystems land: every step succeeds at
-// once, the secure boot service leaves the Boot Critical Section, and the
-// hold of a running board ends when the host's enable drops.
-class PlaceholderBootOps : public BootOps
-{
-  public:
-    void RunDbusService(OrvaneSvcState& state) override;
-    void PowerMonitor(OrvaneSvcState& state) override;
-    uint32_t Stby_Pwr_on_Sqnc_1(OrvaneSvcState& state) override;
-    uint32_t CheckWarmBootPowerGood(OrvaneSvcState& state) override;
-    void CreateSecureBootService(sem_t* semaphore, bool warmGood) override;
-    void UbbVrUpdate() override;
-    uint32_t Stby_Pwr_on_FpgaRail(OrvaneSvcState& state) override;
-    void RunSecureBoot(OrvaneSvcState& state) override;
-    void CollectComponentTimes(ComponentTimes& times) override;
-    uint32_t Stby_Pwr_on_Sqnc_3(OrvaneSvcState& state) override;
-    bool ParallelTask(sem_t* semaphore) override;
-    uint32_t Base_Pwr_on_Sqnc(OrvaneSvcState& state) override;
-    uint32_t Base_Pwr_off_Sqnc(OrvaneSvcState& state) override;
-    uint32_t CheckRmEfuseFault(OrvaneSvcState& state) override;
-};
-
 } // namespace orvane

@@ -284,24 +284,14 @@ bool hotswapStage(OrvaneSvcState& state)
     }
     ConsoleLog(INFO) << "Hotswap controller disabled";
     platform::sleepMilliseconds(1000);
-    for (int i = 1; i <= 8; ++i)
+    // These texts have always said power-on; journal queries match them.
+    if (!detail::WriteRetimerResets(
+            0x00,
+            "Power Sequence: [Base power-on] De-assert reset to retimer 0x9",
+            "Power Sequence: [Base power-on] Fail to deassert reset to "
+            "retimer 0x"))
     {
-        int event = 0;
-        uint8_t reset = 0x00;
-        const auto reg = static_cast<uint8_t>(0x90 + i);
-        // These texts have always said power-on; journal queries match them.
-        if (!WriteReadWithRetry(&event, tries, fpgaChannel, fpgaAddress, reg, 1,
-                                &reset, 0, nullptr, true,
-                                "Power Sequence: [Base power-on] De-assert "
-                                "reset to retimer 0x9" +
-                                    std::to_string(i)))
-        {
-            NvEvent(WARNING, unexpected, "", "", "")
-                << "Power Sequence: [Base power-on] Fail to deassert reset to "
-                   "retimer 0x"
-                << std::hex << num(reg);
-            return false;
-        }
+        return false;
     }
     ConsoleLog(INFO) << "Reset to Retimer de-asserted";
     return true;

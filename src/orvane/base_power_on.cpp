@@ -405,23 +405,13 @@ bool setFpgaBit(OrvaneSvcState& state, uint8_t reg, const std::string& label,
 
 bool releaseRetimers()
 {
-    for (int i = 1; i <= 8; ++i)
+    if (!detail::WriteRetimerResets(
+            0x10,
+            "Power Sequence: [Base power-on] Release reset to retimer 0x9",
+            "Power Sequence: [Base power-on] Fail to release reset to retimer "
+            "0x"))
     {
-        int event = 0;
-        uint8_t run = 0x10;
-        const auto reg = static_cast<uint8_t>(0x90 + i);
-        if (!WriteReadWithRetry(&event, tries, fpgaChannel, fpgaAddress, reg, 1,
-                                &run, 0, nullptr, true,
-                                "Power Sequence: [Base power-on] Release reset "
-                                "to retimer 0x9" +
-                                    std::to_string(i)))
-        {
-            NvEvent(WARNING, unexpected, "", "", "")
-                << "Power Sequence: [Base power-on] Fail to release reset to "
-                   "retimer 0x"
-                << std::hex << num(reg);
-            return false;
-        }
+        return false;
     }
     ConsoleLog(INFO) << "Reset to Retimer released";
     return true;
@@ -605,6 +595,26 @@ uint32_t Base_Pwr_on_Sqnc(OrvaneSvcState& state)
     }
     publishOn(state, attempt);
     return result;
+}
+
+bool detail::WriteRetimerResets(uint8_t value, const std::string& label,
+                                const std::string& failure)
+{
+    for (int i = 1; i <= 8; ++i)
+    {
+        int event = 0;
+        uint8_t byte = value;
+        const auto reg = static_cast<uint8_t>(0x90 + i);
+        if (!WriteReadWithRetry(&event, tries, fpgaChannel, fpgaAddress, reg, 1,
+                                &byte, 0, nullptr, true,
+                                label + std::to_string(i)))
+        {
+            NvEvent(WARNING, unexpected, "", "", "")
+                << failure << std::hex << num(reg);
+            return false;
+        }
+    }
+    return true;
 }
 
 } // namespace orvane
