@@ -141,7 +141,8 @@ TEST_F(Commands, BkcManifestChecksLengthThenVersion)
     Owned<BkcManifestEntry[]> manifest(raw);
     ASSERT_EQ(count, 2U);
     EXPECT_EQ(manifest[0].componentId, 2);
-    EXPECT_EQ(manifest[0].version, 0x01020304U);
+    // Packed fields are copied out: a reference to one may be misaligned.
+    EXPECT_EQ(uint32_t{manifest[0].version}, 0x01020304U);
     EXPECT_EQ(manifest[1].componentId, 0x30);
     EXPECT_EQ(device.sent[0].capacity, 130U);
 

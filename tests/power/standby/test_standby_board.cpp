@@ -141,6 +141,7 @@ TEST(StandbyBoardTest, WarmResetWithPowerGoodOnlyPublishes)
 {
     auto scenario = VirtualBoardFixture::healthyBoard();
     scenario.start = ubbsim::ResetKind::warm;
+    scenario.baseWasOn = true; // every fitted OAM still good
     StandbyBoard b(scenario);
     uint32_t result = 0;
     std::string out = console([&] { result = Stby_Pwr_on_Sqnc_1(b.state); });

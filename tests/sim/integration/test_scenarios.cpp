@@ -93,7 +93,7 @@ TEST(SimScenario, BusyEnableLineGoesToTheJournal)
          {"host", {{{"at", 0}, {"action", "enable"}}}},
          {"faults",
           {{{"kind", "gpioBusy"}, {"line", "GPU_BASE_PWR_EN"}, {"at", 0}}}},
-         {"end", 15}});
+         {"end", 30}});
     // Real speed: the 10,000 requests of a busy read are 10,000 round
     // trips to the board, which a sanitizer build makes slow.
     SimRun run = runSim(path, {"--real-time"});
