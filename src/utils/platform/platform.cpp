@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 
 namespace orvane::platform
 {
@@ -9,7 +10,16 @@ namespace orvane::platform
 namespace
 {
 
+// Installed once before the daemon's threads start; tests swap sets while
+// a service thread may still read one, so every access takes the lock.
+std::mutex installedMutex;
 Platform installed;
+
+Platform snapshot()
+{
+    std::lock_guard lock(installedMutex);
+    return installed;
+}
 
 template <typename T>
 T& need(T* seam, const char* name)
@@ -27,59 +37,60 @@ T& need(T* seam, const char* name)
 
 Platform install(const Platform& platform)
 {
+    std::lock_guard lock(installedMutex);
     Platform previous = installed;
     installed = platform;
     return previous;
 }
 
-const Platform& current()
+Platform current()
 {
-    return installed;
+    return snapshot();
 }
 
 I2cDev& i2c()
 {
-    return need(installed.i2c, "i2c");
+    return need(snapshot().i2c, "i2c");
 }
 
 Gpio& gpio()
 {
-    return need(installed.gpio, "gpio");
+    return need(snapshot().gpio, "gpio");
 }
 
 Clock& clock()
 {
-    return need(installed.clock, "clock");
+    return need(snapshot().clock, "clock");
 }
 
 Shell& shell()
 {
-    return need(installed.shell, "shell");
+    return need(snapshot().shell, "shell");
 }
 
 FileRoot& files()
 {
-    return need(installed.files, "files");
+    return need(snapshot().files, "files");
 }
 
 DevMem& devMem()
 {
-    return need(installed.devMem, "devMem");
+    return need(snapshot().devMem, "devMem");
 }
 
 Journal& journal()
 {
-    return need(installed.journal, "journal");
+    return need(snapshot().journal, "journal");
 }
 
 logging::Zellib& zellib()
 {
-    return need(installed.zellib, "zellib");
+    return need(snapshot().zellib, "zellib");
 }
 
 RetimerLib& retimer()
 {
-    return need(installed.retimer, "retimer");
+    return need(snapshot().retimer, "retimer");
 }
 
 std::filesystem::path path(std::string_view absolute)

@@ -33,7 +33,7 @@ struct Platform
 
 // Replaces the whole set and returns the one it replaced.
 Platform install(const Platform& platform);
-const Platform& current();
+Platform current();
 
 I2cDev& i2c();
 Gpio& gpio();
