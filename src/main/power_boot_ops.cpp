@@ -6,7 +6,12 @@
 #include "orvane/power_monitor.hpp"
 #include "orvane/power_service.hpp"
 #include "orvane/standby_power.hpp"
-#include "utils/platform/platform.hpp"
+#include "secure-boot/boot_failure.hpp"
+#include "secure-boot/erot_calls.hpp"
+#include "secure-boot/secure_boot_status.hpp"
+#include "secure-boot/trace_log.hpp"
+
+#include <erotlib/erot.hpp>
 
 namespace orvane
 {
@@ -14,13 +19,23 @@ namespace orvane
 namespace
 {
 
-// The flash side that a healthy board's boot partition record names.
-constexpr int sideA = 0;
+using logging::level::ERR;
+using logging::level::INFO;
+
+constexpr uint8_t sideA = 0;
 
 } // namespace
 
+PowerBootOps::PowerBootOps()
+{
+    SetManageabilityCall([](uint8_t feature, uint8_t value, uint8_t& status) {
+        return erot::ErotSetManageabilityFeature(feature, value, &status);
+    });
+}
+
 void PowerBootOps::RunDbusService(OrvaneSvcState& state)
 {
+    AddServiceRegistration(RegisterSecureBootStatus);
     orvane::RunDbusService(state);
 }
 
@@ -41,20 +56,21 @@ uint32_t PowerBootOps::CheckWarmBootPowerGood(OrvaneSvcState& state)
 
 void PowerBootOps::CreateSecureBootService(sem_t* criticalSection, bool warm)
 {
-    semaphore = criticalSection;
+    context.criticalSection = criticalSection;
     warmGood = warm;
 }
 
-void PowerBootOps::halt()
+uint8_t PowerBootOps::activeSide()
 {
-    NvEvent(logging::level::WARNING, "BootFailure", "RoT", "", "")
-        << "System halt and enable FW recovery mode.";
-    sem_post(semaphore);
-    ConsoleLog(logging::level::INFO) << "*** Leave Boot Critical Section. ***";
-    while (true)
+    uint32_t active = sideA;
+    uint32_t pending = sideA;
+    bool updateOnReboot = false;
+    if (ErotActiveFlashConfigRead(context, &active, &pending,
+                                  &updateOnReboot) != 0)
     {
-        platform::sleepSeconds(10);
+        return sideA;
     }
+    return static_cast<uint8_t>(active);
 }
 
 void PowerBootOps::UbbVrUpdate()
@@ -73,12 +89,18 @@ void PowerBootOps::RunSecureBoot(OrvaneSvcState& state)
     {
         return;
     }
-    if (Stby_Pwr_on_Sqnc_2_PreRetimer(state, sideA) == 0 ||
+    SetSecureBootStatus("InProgress");
+    ConsoleLog(INFO) << "=== Start Secure Boot ===";
+    PrintDebugTraceLog(context);
+    if (Stby_Pwr_on_Sqnc_2_PreRetimer(state, activeSide()) == 0 ||
         Stby_Pwr_on_Sqnc_2(state) == 0)
     {
-        ConsoleLog(logging::level::ERR) << "Standby power sequence 2 error";
-        halt();
+        ConsoleLog(ERR) << "Standby power sequence 2 error";
+        BootFailure(context);
     }
+    ConsoleLog(INFO) << "Print DebugTraceLog again.";
+    PrintDebugTraceLog(context);
+    ConsoleLog(INFO) << "=== end of Secure Boot ===";
 }
 
 void PowerBootOps::CollectComponentTimes(ComponentTimes&)
@@ -91,6 +113,7 @@ uint32_t PowerBootOps::Stby_Pwr_on_Sqnc_3(OrvaneSvcState& state)
 
 bool PowerBootOps::ParallelTask(sem_t* semaphore)
 {
+    SetSecureBootStatus("Success");
     sem_post(semaphore);
     ConsoleLog(logging::level::INFO) << "*** Leave Boot Critical Section. ***";
     return true;

@@ -1,18 +1,22 @@
 #pragma once
 
 #include "main/boot_ops.hpp"
+#include "secure-boot/boot_context.hpp"
 
 namespace orvane
 {
 
-// The boot's operations on the power sequences. Secure boot and the
-// firmware copy are not built in yet: in their place the boot does what
-// they do on a healthy board, configure the UBB FPGA from side A and bring
-// up the retimer and OAM standby rails, and leave the Boot Critical
-// Section.
+// The boot's operations on the power sequences. Component verification
+// and the firmware copy are not built in yet: in their place the boot reads
+// the eRoT's trace log and active side, configures the UBB FPGA from that
+// side, brings up the retimer and OAM standby rails, and leaves the Boot
+// Critical Section.
 class PowerBootOps : public BootOps
 {
   public:
+    // Base power-on reaches the eRoT through the real client from here on.
+    PowerBootOps();
+
     void RunDbusService(OrvaneSvcState& state) override;
     void PowerMonitor(OrvaneSvcState& state) override;
     uint32_t Stby_Pwr_on_Sqnc_1(OrvaneSvcState& state) override;
@@ -29,11 +33,10 @@ class PowerBootOps : public BootOps
     uint32_t CheckRmEfuseFault(OrvaneSvcState& state) override;
 
   private:
-    // The halt of a fatal standby step: the boot goes no further, the
-    // Boot Critical Section is left, and the process keeps serving D-Bus.
-    [[noreturn]] void halt();
+    // The side that the eRoT runs the SMC from; A when it refuses to say.
+    uint8_t activeSide();
 
-    sem_t* semaphore = nullptr;
+    BootContext context;
     bool warmGood = false;
 };
 

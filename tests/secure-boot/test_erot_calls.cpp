@@ -1,0 +1,243 @@
+#include "erot_boot_fixture.hpp"
+
+#include "secure-boot/erot_calls.hpp"
+
+#include <cerrno>
+#include <functional>
+
+#include <gmock/gmock.h>
+
+namespace orvane::test
+{
+namespace
+{
+
+using erot::test::Bytes;
+using erot::test::response;
+using ::testing::Contains;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+constexpr uint8_t refusal = 0x42;
+const std::string selfTest = "ResourceEvent.1.2.1.ResourceSelfTestFailed";
+const std::string haltEvent =
+    "BootFailure|RoT|System halt and enable FW recovery mode.";
+
+// How one call grades a failed link and a refusal. An empty refusal word
+// means the refusal is handed back without a report.
+struct Grading
+{
+    const char* api;
+    uint8_t opcode;
+    std::function<int(BootContext&)> call;
+    const char* linkWord;
+    const char* refusalWord;
+    bool haltsOnLink;
+};
+
+const uint8_t hash[48] = {};
+const uint8_t ahdr[ahdrSize] = {};
+uint8_t persist[16] = {};
+
+std::vector<Grading> gradings()
+{
+    uint32_t u = 0;
+    bool b = false;
+    uint16_t length = 0;
+    return {
+        {"ErotActiveFlashConfigRead", 0x01,
+         [&](BootContext& c) {
+             return ErotActiveFlashConfigRead(c, &u, &u, &b);
+         },
+         "Return Code", "Return Code", true},
+        {"ErotImageVerify", 0x02,
+         [](BootContext& c) { return ErotImageVerify(c, 0x0400, hash, ahdr); },
+         "Error Code", "Error Code", true},
+        {"ErotSignalBootSuccess", 0x04,
+         [](BootContext& c) { return ErotSignalBootSuccess(c, 0); },
+         "Error Code", "Error Code", true},
+        {"ErotBPRRead", 0x05,
+         [](BootContext& c) {
+             uint32_t count = 0;
+             erot::BootPartitionRecord* entries = nullptr;
+             int r = ErotBPRRead(c, &count, &entries);
+             std::free(entries);
+             return r;
+         },
+         "Error Code", "", true},
+        {"ErotSelectActiveFlash", 0x10,
+         [](BootContext& c) { return ErotSelectActiveFlash(c, 1, 0); },
+         "Error Code", "", true},
+        {"ErotGetComponentInfo", 0x0F,
+         [](BootContext& c) {
+             uint32_t count = 0;
+             erot::ComponentInfo* entries = nullptr;
+             int r = ErotGetComponentInfo(c, &count, &entries);
+             std::free(entries);
+             return r;
+         },
+         "Return Code", "Error Code", true},
+        {"ErotSystemReset", 0x11,
+         [](BootContext& c) { return ErotSystemReset(c, 1); }, "Error Code", "",
+         true},
+        {"ErotSMCPersistGet", 0x12,
+         [&](BootContext& c) {
+             return ErotSMCPersistGet(c, persist, sizeof(persist), &length);
+         },
+         "Error Code", "", true},
+        {"ErotSMCPersistSet", 0x13,
+         [](BootContext& c) {
+             return ErotSMCPersistSet(c, persist, sizeof(persist));
+         },
+         "Error Code", "", true},
+        {"ErotARBCommit", 0x0D, [](BootContext& c) { return ErotARBCommit(c); },
+         "Return Code", "Error Code", false},
+        {"ErotGetAutoARBCommit", 0x15,
+         [&](BootContext& c) { return ErotGetAutoARBCommit(c, &b); },
+         "Return Code", "Error Code", false},
+        {"ErotSetAutoARBCommit", 0x16,
+         [](BootContext& c) { return ErotSetAutoARBCommit(c, true); },
+         "Return Code", "Error Code", false},
+    };
+}
+
+std::string report(const Grading& g, const std::string& word, int value)
+{
+    const std::string n = std::to_string(value);
+    return selfTest + "|[Secure-Boot] Fail to access eRoT API - " + g.api +
+           "; Return code: " + n + "|Fail to run " + g.api + ". " + word +
+           ": " + n;
+}
+
+using ErotCallTest = ErotBootTest;
+
+// A dead link halts every boot call and only reports the anti-rollback
+// ones; each keeps its own word for the number.
+TEST_F(ErotCallTest, LinkFailureIsGradedPerCall)
+{
+    for (const Grading& g : gradings())
+    {
+        SCOPED_TRACE(g.api);
+        fake.zellib.clear();
+        device.fail(-EIO);
+        ::testing::internal::CaptureStdout();
+        if (g.haltsOnLink)
+        {
+            EXPECT_THROW(g.call(context), Halted);
+            EXPECT_THAT(events(), Contains(haltEvent));
+            EXPECT_TRUE(semaphorePosted());
+        }
+        else
+        {
+            EXPECT_EQ(g.call(context), -EIO);
+            EXPECT_THAT(events(), Not(Contains(haltEvent)));
+        }
+        ::testing::internal::GetCapturedStdout();
+        EXPECT_THAT(events(), Contains(report(g, g.linkWord, -EIO)));
+    }
+}
+
+// A refusal comes back as the status; only some calls report it.
+TEST_F(ErotCallTest, RefusalIsReturnedAndReportedPerCall)
+{
+    for (const Grading& g : gradings())
+    {
+        SCOPED_TRACE(g.api);
+        fake.zellib.clear();
+        device.reply(response(g.opcode, refusal));
+        ::testing::internal::CaptureStdout();
+        EXPECT_EQ(g.call(context), refusal);
+        ::testing::internal::GetCapturedStdout();
+        if (std::string(g.refusalWord).empty())
+        {
+            EXPECT_TRUE(events().empty());
+        }
+        else
+        {
+            EXPECT_EQ(events(), std::vector<std::string>{
+                                    report(g, g.refusalWord, refusal)});
+        }
+    }
+}
+
+TEST_F(ErotCallTest, ComponentInfoRetriesProtocolErrorsFiveReadsAtMost)
+{
+    // A reply shorter than a status frame is a protocol error.
+    const Bytes truncated = {0x7F, 0, 0};
+    for (int i = 0; i < 4; ++i)
+    {
+        device.reply(truncated);
+    }
+    device.reply(erot::test::page(0x0F, 0x02, 0, 4));
+    uint32_t count = 7;
+    erot::ComponentInfo* entries = nullptr;
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(ErotGetComponentInfo(context, &count, &entries), 0);
+    const std::string out = ::testing::internal::GetCapturedStdout();
+    std::free(entries);
+    EXPECT_EQ(count, 0U);
+    EXPECT_THAT(out, HasSubstr("ErotGetComponentInfo failed with -EPROTO. "
+                               "ErrorCode: 0Retry: 3"));
+    EXPECT_EQ(clock.sleeps(), std::vector<std::chrono::nanoseconds>(
+                                  4, std::chrono::seconds(1)));
+
+    fake.zellib.clear();
+    for (int i = 0; i < 5; ++i)
+    {
+        device.reply(truncated);
+    }
+    ::testing::internal::CaptureStdout();
+    EXPECT_THROW(ErotGetComponentInfo(context, &count, &entries), Halted);
+    ::testing::internal::GetCapturedStdout();
+    EXPECT_EQ(device.sent.size(), 10U);
+    EXPECT_THAT(events(), Contains(HasSubstr(
+                              "Fail to run ErotGetComponentInfo. Return Code: "
+                              "-71")));
+}
+
+TEST_F(ErotCallTest, SystemResetWaitsTenSecondsBeforeSending)
+{
+    device.reply(response(0x11, 0));
+    EXPECT_EQ(ErotSystemReset(context, 1), 0);
+    EXPECT_EQ(clock.sleeps(),
+              std::vector<std::chrono::nanoseconds>{std::chrono::seconds(10)});
+    ASSERT_EQ(device.sent.size(), 1U);
+    EXPECT_EQ(device.sent[0].request[12], 1);
+}
+
+TEST_F(ErotCallTest, ResetReasonNeverHalts)
+{
+    ::testing::internal::CaptureStdout();
+    device.fail(-EIO);
+    EXPECT_EQ(ErotSetResetReason(context, 3), 255);
+    device.reply(response(0x24, 0x07));
+    EXPECT_EQ(ErotSetResetReason(context, 3), 7);
+    device.reply(response(0x24, 0));
+    EXPECT_EQ(ErotSetResetReason(context, 3), 0);
+    const std::string out = ::testing::internal::GetCapturedStdout();
+    EXPECT_THAT(out, HasSubstr("MCTP Error -5"));
+    EXPECT_THAT(out, HasSubstr("Status Error 0x07"));
+    EXPECT_THAT(out, HasSubstr("Setting reason 3 successful."));
+    EXPECT_TRUE(events().empty());
+}
+
+TEST_F(ErotCallTest, BannersKeepTheirOwnBlanks)
+{
+    device.reply(response(0x12, refusal));
+    device.reply(erot::test::sized(0x01, 12, {1, 0, 0, 0, 0}));
+    uint16_t length = 0;
+    uint32_t active = 0;
+    uint32_t pending = 0;
+    bool update = false;
+    ::testing::internal::CaptureStdout();
+    ErotSMCPersistGet(context, persist, sizeof(persist), &length);
+    ErotActiveFlashConfigRead(context, &active, &pending, &update);
+    const std::string out = ::testing::internal::GetCapturedStdout();
+    EXPECT_THAT(out, HasSubstr("*** Get SMC Persist  ***"));
+    EXPECT_THAT(out,
+                HasSubstr("Response Received. Status 0x00, Return Code: 0"));
+    EXPECT_EQ(active, 1U);
+}
+
+} // namespace
+} // namespace orvane::test
