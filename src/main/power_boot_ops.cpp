@@ -91,15 +91,12 @@ void PowerBootOps::RunSecureBoot(OrvaneSvcState& state)
     }
     SetSecureBootStatus("InProgress");
     ConsoleLog(INFO) << "=== Start Secure Boot ===";
-    PrintDebugTraceLog(context);
-    if (Stby_Pwr_on_Sqnc_2_PreRetimer(state, activeSide()) == 0 ||
+    if (Stby_Pwr_on_Sqnc_2_PreRetimer(state, sideA) == 0 ||
         Stby_Pwr_on_Sqnc_2(state) == 0)
     {
         ConsoleLog(ERR) << "Standby power sequence 2 error";
         BootFailure(context);
     }
-    ConsoleLog(INFO) << "Print DebugTraceLog again.";
-    PrintDebugTraceLog(context);
     ConsoleLog(INFO) << "=== end of Secure Boot ===";
 }
 
