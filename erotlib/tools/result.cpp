@@ -1,0 +1,52 @@
+// How the outcome of an exchange becomes an exit code and a report.
+#include "result.hpp"
+
+#include "text_format.hpp"
+
+#include <cstring>
+
+namespace erotctl
+{
+
+Result usageError(const std::string& message)
+{
+    return {exitUsage, "erotctl: " + message + "\nTry 'erotctl --help'.\n",
+            nullptr};
+}
+
+Result succeeded(const std::string& command, std::string text,
+                 nlohmann::ordered_json fields)
+{
+    nlohmann::ordered_json json = {{"command", command}, {"status", 0}};
+    json.update(fields);
+    return {exitSuccess, std::move(text), std::move(json)};
+}
+
+bool failed(int returned, uint8_t status)
+{
+    return returned < 0 || status != 0;
+}
+
+Result failure(const std::string& command, int returned, uint8_t status)
+{
+    nlohmann::ordered_json json = {{"command", command}};
+    if (returned < 0)
+    {
+        // The status byte means nothing when no well-formed answer came.
+        std::string error = std::strerror(-returned);
+        json["status"] = nullptr;
+        json["return"] = returned;
+        json["error"] = error;
+        return {exitLinkFailure,
+                command + ": link failure: " + error + " (" +
+                    std::to_string(returned) + ")\n",
+                std::move(json)};
+    }
+    std::string error = "status " + hexNumber(status, 2);
+    json["status"] = status;
+    json["error"] = error;
+    return {exitRefused, command + ": refused by the device, " + error + "\n",
+            std::move(json)};
+}
+
+} // namespace erotctl
