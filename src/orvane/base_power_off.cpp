@@ -1,3 +1,5 @@
+#include "board_constants.hpp"
+
 #include "logging/events.hpp"
 #include "logging/log_line.hpp"
 #include "orvane/base_detail.hpp"
@@ -18,19 +20,12 @@ namespace orvane
 namespace
 {
 
+using namespace board;
 using logging::level::CRITICAL;
 using logging::level::ERR;
 using logging::level::INFO;
 using logging::level::WARNING;
 
-constexpr const char* unexpected = "OrvaneSvcUnexpected";
-
-constexpr int tries = 3;
-constexpr int smcChannel = 4;
-constexpr uint8_t smcAddress = 0x25;
-constexpr int fpgaChannel = 3;
-constexpr uint8_t fpgaAddress = 0x56;
-constexpr uint8_t unpluggedBit = 0x02;
 constexpr uint8_t serverRunningBit = 0x01; // active low: 0 is in reset
 
 constexpr uint32_t tailOnly = 15;
@@ -41,11 +36,6 @@ constexpr const char* dumpFile = "/run/initramfs/log_nv/vr_fault_decode.out";
 // The pieces of the dump script's output, as a line reader of this buffer
 // size hands them out.
 constexpr size_t dumpPiece = 128;
-
-unsigned num(uint8_t value)
-{
-    return value;
-}
 
 void removeQuietly(const char* board)
 {
@@ -100,7 +90,8 @@ uint32_t hold(OrvaneSvcState& state)
             platform::sleepMilliseconds(2000);
             continue;
         }
-        if (!detail::ReadRegister(smcChannel, smcAddress, 0x04, status))
+        if (!detail::ReadRegister(smcChannel, smcAddress, plugStatusRegister,
+                                  status))
         {
             ConsoleLog(ERR) << "Fail to read Slave address 0x25 Addr 0x04\n";
             platform::sleepMilliseconds(2000);
@@ -148,7 +139,7 @@ void announcePowerDown(OrvaneSvcState& state)
 uint8_t readPrsnt()
 {
     uint8_t prsnt = 0;
-    detail::ReadRegister(fpgaChannel, fpgaAddress, 0x63, prsnt);
+    detail::ReadRegister(fpgaChannel, fpgaAddress, prsntRegister, prsnt);
     return prsnt;
 }
 
@@ -234,8 +225,9 @@ bool hostPowerGoodStage(OrvaneSvcState& state, uint8_t prsnt)
     int error = 0;
     uint8_t readback = 0;
     uint8_t written = 0;
-    if (!UpdateBitsRetry(state, error, tries, fpgaChannel, fpgaAddress, 0x60,
-                         prsnt, readback, written, false, true, true,
+    if (!UpdateBitsRetry(state, error, tries, fpgaChannel, fpgaAddress,
+                         hostGoodRegister, prsnt, readback, written, false,
+                         true, true,
                          "Power Sequence Base Power Off: disable Host Power "
                          "good"))
     {
@@ -249,8 +241,9 @@ bool hostPowerGoodStage(OrvaneSvcState& state, uint8_t prsnt)
     ConsoleLog(INFO) << "Host Powergood is disabled";
     platform::sleepMilliseconds(1000);
     uint8_t value = 0;
-    if (!WaitPowerGood(state, error, fpgaChannel, fpgaAddress, 0x61,
-                       static_cast<uint8_t>(~prsnt), false, value))
+    if (!WaitPowerGood(state, error, fpgaChannel, fpgaAddress,
+                       moduleGoodRegister, static_cast<uint8_t>(~prsnt), false,
+                       value))
     {
         NvEvent(WARNING, unexpected, "", "", "")
             << "Power Sequence: [Base power-off] Module power good error.";
@@ -259,7 +252,8 @@ bool hostPowerGoodStage(OrvaneSvcState& state, uint8_t prsnt)
             logging::AddI2CEvent(
                 error, CRITICAL,
                 "Power Sequence Base Power Off: Module Power good error.", true,
-                fpgaChannel, fpgaAddress, 0x61, 0, nullptr, 1, &value);
+                fpgaChannel, fpgaAddress, moduleGoodRegister, 0, nullptr, 1,
+                &value);
         }
         return false;
     }
@@ -336,9 +330,7 @@ uint32_t tail(OrvaneSvcState& state, uint32_t result)
     state.basePowerStatus = false;
     set_property("BasePowerStatus", 0);
     platform::zellib().setBootTimeFinish(false);
-    NvEvent(INFO, "ResourceEvent.1.2.1.ResourcePoweredOff", "Base Power", "",
-            "")
-        << "Base powered off.";
+    NvEvent(INFO, poweredOff, "Base Power", "", "") << "Base powered off.";
     return result;
 }
 

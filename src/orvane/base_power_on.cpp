@@ -1,3 +1,5 @@
+#include "board_constants.hpp"
+
 #include "logging/events.hpp"
 #include "logging/log_line.hpp"
 #include "orvane/base_detail.hpp"
@@ -22,41 +24,23 @@ namespace orvane
 namespace
 {
 
+using namespace board;
 using logging::level::CRITICAL;
 using logging::level::ERR;
 using logging::level::INFO;
 using logging::level::WARNING;
 
-constexpr const char* unexpected = "OrvaneSvcUnexpected";
-constexpr const char* poweredOn = "ResourceEvent.1.2.1.ResourcePoweredOn";
 constexpr const char* selfTestFailed =
     "ResourceEvent.1.2.1.ResourceSelfTestFailed";
 
-constexpr int tries = 3;
-constexpr int smcChannel = 4;
-constexpr uint8_t smcAddress = 0x25;
-constexpr int fpgaChannel = 3;
-constexpr uint8_t fpgaAddress = 0x56;
-constexpr int expanderChannel = 14;
-constexpr uint8_t moduleIdAddress = 0x27;
-
-constexpr uint8_t plugStatusRegister = 0x04;
-constexpr uint8_t unpluggedBit = 0x02;
 constexpr uint8_t controlRegister = 0x09; // hotswap enable, I2C switch
 constexpr uint8_t i2cSwitchRun = 0x08;    // 0 holds the switch in reset
 constexpr uint8_t ioExpanderRegister = 0x0A;
-constexpr uint8_t prsntRegister = 0x63; // a set bit is an empty slot
-constexpr uint8_t hostGoodRegister = 0x60;
-constexpr uint8_t moduleGoodRegister = 0x61;
 constexpr uint8_t perstRegister = 0x62;
 
-constexpr std::array<int, 8> rmChannels{5, 6, 7, 8, 9, 10, 11, 0};
 constexpr double moduleGoodTimeoutMs = 2000.0;
 
 constexpr const char* injectionMarker = "/var/lib/redfish_error_injection_mode";
-constexpr const char* rescanCommand =
-    "busctl call xyz.openbmc_project.FruDevice /xyz/openbmc_project/FruDevice "
-    "xyz.openbmc_project.FruDeviceManager ReScan";
 
 // The bytes of one attempt.
 struct Attempt
@@ -65,11 +49,6 @@ struct Attempt
     uint8_t presentMask = 0;
     uint8_t moduleGood = 0;
 };
-
-unsigned num(uint8_t value)
-{
-    return value;
-}
 
 uint32_t fail(OrvaneSvcState& state,
               uint32_t event = sequence_event::beforeHotswap)
@@ -202,20 +181,35 @@ bool holdI2cSwitch(OrvaneSvcState& /*state*/)
     return true;
 }
 
-bool releaseIoExpanders(OrvaneSvcState& state)
+// Sets the bits of `mask` in one register, three tries; a failure raises
+// `failure`. `value` is the byte written, or the one read back to verify.
+bool setBits(OrvaneSvcState& state, int channel, uint8_t address, uint8_t reg,
+             uint8_t mask, bool verify, const std::string& label,
+             const char* failure, uint8_t& value)
 {
     int error = 0;
     uint8_t readback = 0;
     uint8_t written = 0;
-    if (!UpdateBitsRetry(state, error, tries, smcChannel, smcAddress,
-                         ioExpanderRegister, 0x02, readback, written, true,
-                         true, true,
-                         "Power Sequence Base Power On: MODULE ID and Link "
-                         "Config IO Expanders reset"))
+    if (!UpdateBitsRetry(state, error, tries, channel, address, reg, mask,
+                         readback, written, true, verify, true, label))
     {
-        NvEvent(WARNING, unexpected, "", "", "")
-            << "Power Sequence: [Base power-on] MODULE ID and Link Config IO "
-               "Expanders reset fail.";
+        NvEvent(WARNING, unexpected, "", "", "") << failure;
+        return false;
+    }
+    value = verify ? readback : written;
+    return true;
+}
+
+bool releaseIoExpanders(OrvaneSvcState& state)
+{
+    uint8_t readback = 0;
+    if (!setBits(state, smcChannel, smcAddress, ioExpanderRegister, 0x02, true,
+                 "Power Sequence Base Power On: MODULE ID and Link Config IO "
+                 "Expanders reset",
+                 "Power Sequence: [Base power-on] MODULE ID and Link Config IO "
+                 "Expanders reset fail.",
+                 readback))
+    {
         return false;
     }
     ConsoleLog(INFO) << "Register 0x0a value is 0x" << std::hex
@@ -273,8 +267,8 @@ bool disableRmInjection()
     for (int channel : rmChannels)
     {
         int event = 0;
-        last = I2CWriteMemoryBlock(&event, channel, 0x56, 0xF2, sizeof(pair),
-                                   pair);
+        last = I2CWriteMemoryBlock(&event, channel, rmAddress, 0xF2,
+                                   sizeof(pair), pair);
         if (!last)
         {
             ConsoleLog(ERR) << "Fail to enable/disable oam error injection";
@@ -305,23 +299,18 @@ void reportManageability()
 
 bool enableHotswap(OrvaneSvcState& state)
 {
-    int error = 0;
-    uint8_t readback = 0;
-    uint8_t written = 0;
-    if (!UpdateBitsRetry(state, error, tries, smcChannel, smcAddress,
-                         controlRegister, 0x01, readback, written, true, false,
-                         true,
-                         "Power Sequence Base Power On: enable Hotswap "
-                         "controller"))
+    uint8_t value = 0;
+    if (!setBits(state, smcChannel, smcAddress, controlRegister, 0x01, false,
+                 "Power Sequence Base Power On: enable Hotswap controller",
+                 "Power Sequence: [Base power-on] Fail to enable Hotswap "
+                 "controller.",
+                 value))
     {
-        NvEvent(WARNING, unexpected, "", "", "")
-            << "Power Sequence: [Base power-on] Fail to enable Hotswap "
-               "controller.";
         return false;
     }
     ConsoleLog(INFO) << "Hotswap controller enabled";
     platform::sleepMilliseconds(1000);
-    uint8_t value = 0;
+    int error = 0;
     if (!WaitPowerGood(state, error, expanderChannel, moduleIdAddress, 0x04,
                        0x0F, true, value))
     {
@@ -346,18 +335,14 @@ bool enableHotswap(OrvaneSvcState& state)
 
 bool setHostPowerGood(OrvaneSvcState& state, const Attempt& attempt)
 {
-    int error = 0;
-    uint8_t readback = 0;
     uint8_t written = 0;
-    if (!UpdateBitsRetry(state, error, tries, fpgaChannel, fpgaAddress,
-                         hostGoodRegister, attempt.presentMask, readback,
-                         written, true, false, true,
-                         "Power Sequence Base Power On: set OAM host Power "
-                         "good"))
+    if (!setBits(state, fpgaChannel, fpgaAddress, hostGoodRegister,
+                 attempt.presentMask, false,
+                 "Power Sequence Base Power On: set OAM host Power good",
+                 "Power Sequence: [Base power-on] Fail to set OAM host Power "
+                 "good.",
+                 written))
     {
-        NvEvent(WARNING, unexpected, "", "", "")
-            << "Power Sequence: [Base power-on] Fail to set OAM host Power "
-               "good.";
         return false;
     }
     ConsoleLog(INFO) << "Register 0x60 value is 0x" << std::hex << num(written);
@@ -394,15 +379,6 @@ bool waitModuleGood(Attempt& attempt)
     }
 }
 
-bool setFpgaBit(OrvaneSvcState& state, uint8_t reg, const std::string& label,
-                uint8_t& written)
-{
-    int error = 0;
-    uint8_t readback = 0;
-    return UpdateBitsRetry(state, error, tries, fpgaChannel, fpgaAddress, reg,
-                           0x01, readback, written, true, false, true, label);
-}
-
 bool releaseRetimers()
 {
     if (!detail::WriteRetimerResets(
@@ -421,26 +397,24 @@ bool releaseRetimers()
 bool finish(OrvaneSvcState& state)
 {
     uint8_t written = 0;
-    if (!setFpgaBit(state, 0x10,
-                    "Power Sequence Base Power On: receive Hotswap controller "
-                    "Power good",
-                    written))
+    if (!setBits(state, fpgaChannel, fpgaAddress, 0x10, 0x01, false,
+                 "Power Sequence Base Power On: receive Hotswap controller "
+                 "Power good",
+                 "Power Sequence: [Base power-on] Fail to release Fanout "
+                 "buffer PWRDWN.",
+                 written))
     {
-        NvEvent(WARNING, unexpected, "", "", "")
-            << "Power Sequence: [Base power-on] Fail to release Fanout buffer "
-               "PWRDWN.";
         return false;
     }
     ConsoleLog(INFO) << "Fanout buffer PWRDWN released";
     platform::sleepMilliseconds(5000);
-    if (!setFpgaBit(state, 0x99,
-                    "Power Sequence Base Power On: set UBB FPGA register 0x99 "
-                    "to 1",
-                    written))
+    if (!setBits(state, fpgaChannel, fpgaAddress, 0x99, 0x01, false,
+                 "Power Sequence Base Power On: set UBB FPGA register 0x99 to "
+                 "1",
+                 "Power Sequence: [Base power-on] Fail to set UBB FPGA "
+                 "register 0x99.",
+                 written))
     {
-        NvEvent(WARNING, unexpected, "", "", "")
-            << "Power Sequence: [Base power-on] Fail to set UBB FPGA register "
-               "0x99.";
         return false;
     }
     ConsoleLog(INFO) << "Set UBB FPGA reg 0x99 to value 0x" << std::hex
@@ -503,7 +477,7 @@ void publishOn(OrvaneSvcState& state, const Attempt& attempt)
     // The FRU service learns of the OAMs' EEPROMs now that they have power.
     for (int run = 0; run < 3; ++run)
     {
-        if (platform::shell().system(rescanCommand) == -1)
+        if (platform::shell().system(fruRescanCommand) == -1)
         {
             ConsoleLog(ERR) << "Error Rescan FruDevice";
         }

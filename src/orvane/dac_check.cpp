@@ -1,3 +1,5 @@
+#include "board_constants.hpp"
+
 #include "logging/log_line.hpp"
 #include "orvane/hotswap_setup.hpp"
 #include "orvane/oam_presence.hpp"
@@ -10,6 +12,7 @@
 #include <cerrno>
 #include <cstring>
 #include <optional>
+#include <string>
 
 namespace orvane
 {
@@ -17,9 +20,9 @@ namespace orvane
 namespace
 {
 
+using namespace board;
 using namespace logging::level;
 
-constexpr uint8_t muxAddress = 0x70;
 constexpr uint8_t dacAddress = 0x60;
 constexpr uint8_t dacBlock = 0x60;
 constexpr uint8_t dacBlockLength = 5;
@@ -60,7 +63,7 @@ bool checkOam(int fd, int oam, const std::optional<DacSetting>& setting)
 {
     auto& i2c = platform::i2c();
     ConsoleLog(INFO) << "Writing to the OAM mux, for DAC config check ";
-    if (i2c.setSlave(fd, muxAddress) < 0)
+    if (i2c.setSlave(fd, oamMuxAddress) < 0)
     {
         ConsoleLog(ERR) << "Failed to set MUX address: " << errnoText(errno);
         return false;
@@ -117,7 +120,8 @@ bool CheckDacConfig(OrvaneSvcState&)
     int event = 0;
     uint8_t present = 0;
     if (!WriteReadWithRetry(
-            &event, 3, 3, 0x56, 0x63, 0, nullptr, 1, &present, true,
+            &event, tries, fpgaChannel, fpgaAddress, prsntRegister, 0, nullptr,
+            1, &present, true,
             "Power Sequence Base Power On: Read OAM PRSNT signal to detect "
             "OAM"))
     {
@@ -127,7 +131,7 @@ bool CheckDacConfig(OrvaneSvcState&)
     // From here on the result is that of the read: a DAC that can't be
     // reached is only logged.
     auto& i2c = platform::i2c();
-    int fd = i2c.open("/dev/i2c-2", O_RDWR);
+    int fd = i2c.open("/dev/i2c-" + std::to_string(oamChannel), O_RDWR);
     if (fd < 0)
     {
         ConsoleLog(ERR) << "Failed to open the I2C bus: " << errnoText(errno);

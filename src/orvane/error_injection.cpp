@@ -1,8 +1,9 @@
+#include "board_constants.hpp"
+
 #include "logging/log_line.hpp"
 #include "orvane/base_power.hpp"
 #include "utils/i2c_ops.hpp"
 
-#include <array>
 #include <cerrno>
 #include <mutex>
 #include <utility>
@@ -13,12 +14,10 @@ namespace orvane
 namespace
 {
 
+using board::rmAddress;
+using board::rmChannels;
 using logging::level::ERR;
 using logging::level::INFO;
-
-// The RM of OAM n answers on rmChannels[n].
-constexpr std::array<int, 8> rmChannels{5, 6, 7, 8, 9, 10, 11, 0};
-constexpr uint8_t rmAddress = 0x56;
 // The RM's 16-bit register 0xF24E goes out as memory address 0xF2 with the
 // low offset byte leading the data.
 constexpr uint8_t injectionHigh = 0xF2;

@@ -1,5 +1,6 @@
 #include "orvane/hotswap_setup.hpp"
 
+#include "board_constants.hpp"
 #include "hex_text.hpp"
 
 #include "logging/log_line.hpp"
@@ -19,9 +20,12 @@ namespace orvane
 namespace
 {
 
+using board::tries;
+using board::unexpected;
 using namespace logging::level;
 
-constexpr int hotswapChannel = 4;
+// The UBB's hot-swap controllers share the SMC FPGA's bus.
+constexpr int hotswapChannel = board::smcChannel;
 constexpr uint8_t soaRegister = 0xD1;
 constexpr uint8_t soaLimit = 0x0A;
 
@@ -89,11 +93,11 @@ bool setUpHotswap(OrvaneSvcState& state, const Hotswap& device)
     int errorCode = 0;
     uint8_t readBack = 0;
     uint8_t written = 0;
-    if (!UpdateBitsRetry(state, errorCode, 3, hotswapChannel, device.soaAddress,
-                         soaRegister, device.soaMask, readBack, written, true,
-                         true, true, label))
+    if (!UpdateBitsRetry(state, errorCode, tries, hotswapChannel,
+                         device.soaAddress, soaRegister, device.soaMask,
+                         readBack, written, true, true, true, label))
     {
-        NvEvent(WARNING, "OrvaneSvcUnexpected", "", "", "")
+        NvEvent(WARNING, unexpected, "", "", "")
             << "Power Sequence: [Standby power-on] Fail to  set SOA limit on "
             << device.event << " UBB HSWAP register 0xd1.";
         return false;
@@ -105,7 +109,7 @@ bool setUpHotswap(OrvaneSvcState& state, const Hotswap& device)
     std::array<uint8_t, 2> sense{static_cast<uint8_t>(device.sense & 0xFF),
                                  static_cast<uint8_t>(device.sense >> 8)};
     int event = 0;
-    if (!WriteReadWithRetry(&event, 3, hotswapChannel, device.senseAddress,
+    if (!WriteReadWithRetry(&event, tries, hotswapChannel, device.senseAddress,
                             device.senseRegister, 2, sense.data(), 0, nullptr,
                             true, device.senseLabel))
     {
@@ -122,7 +126,7 @@ uint32_t Stby_Pwr_on_FpgaRail(OrvaneSvcState& state)
     if (!EnableRails(state, errorCode, fpgaRailsOn, railAddress, fpgaBank,
                      railChannel, true))
     {
-        NvEvent(WARNING, "OrvaneSvcUnexpected", "", "", "")
+        NvEvent(WARNING, unexpected, "", "", "")
             << "Power Sequence: [Standby power-on] FPGA rail fail.";
         return 0;
     }

@@ -1,5 +1,7 @@
 #include "orvane/io_expanders.hpp"
 
+#include "board_constants.hpp"
+
 #include "logging/log_line.hpp"
 #include "orvane/oam_presence.hpp"
 #include "utils/i2c_ops.hpp"
@@ -18,14 +20,14 @@ namespace orvane
 namespace
 {
 
+using board::expanderChannel;
+using board::linkConfigAddress;
+using board::moduleIdAddress;
+using board::tries;
 using logging::level::ERR;
 using logging::level::INFO;
 
-constexpr unsigned expanderChannel = 14;
-constexpr uint8_t linkConfigAddress = 0x20;
-constexpr uint8_t moduleIdAddress = 0x27;
 constexpr uint8_t openDrainRegister = 0x28;
-constexpr int tries = 3;
 constexpr uint8_t allOams = 0xFF;
 
 // The module ID expander has one bank fewer than the link config one.

@@ -1,5 +1,6 @@
 #include "orvane/oam_presence.hpp"
 
+#include "board_constants.hpp"
 #include "hex_text.hpp"
 
 #include "logging/log_line.hpp"
@@ -17,11 +18,9 @@ namespace orvane
 namespace
 {
 
+using namespace board;
 using namespace logging::level;
 
-constexpr int ubbFpgaChannel = 3;
-constexpr uint8_t ubbFpgaAddress = 0x56;
-constexpr uint8_t presentRegister = 0x63; // one bit per OAM, low when present
 constexpr size_t oamCount = 8;
 
 bool writeText(const std::string& absolute, const std::string& text)
@@ -98,8 +97,8 @@ void WriteOamPresence(OrvaneSvcState&)
 {
     int event = 0;
     uint8_t reading = 0;
-    if (!I2CSmbusReadBlock(&event, ubbFpgaChannel, ubbFpgaAddress,
-                           presentRegister, &reading, 1))
+    if (!I2CSmbusReadBlock(&event, fpgaChannel, fpgaAddress, prsntRegister,
+                           &reading, 1))
     {
         ConsoleLog(WARNING) << "OAM Detect: Failed to read OAM PRSNT from UBB";
         return;
@@ -129,8 +128,8 @@ void DetectPhysicalMissing(OrvaneSvcState&)
     int event = 0;
     uint8_t value = 0;
     if (!WriteReadWithRetry(
-            &event, 3, ubbFpgaChannel, ubbFpgaAddress, presentRegister, 0,
-            nullptr, 1, &value, true,
+            &event, tries, fpgaChannel, fpgaAddress, prsntRegister, 0, nullptr,
+            1, &value, true,
             "Power Sequence: Read OAM PRSNT signal to detect OAM"))
     {
         ConsoleLog(ERR) << "Fail to read OAM PRSNT signal to detect OAM";

@@ -1,5 +1,7 @@
 #include "orvane/power_monitor.hpp"
 
+#include "board_constants.hpp"
+
 #include "logging/events.hpp"
 #include "logging/log_line.hpp"
 #include "orvane/base_detail.hpp"
@@ -21,35 +23,30 @@ using logging::level::CRITICAL;
 using logging::level::ERR;
 using logging::level::INFO;
 
+using namespace board;
+
 constexpr uint32_t moduleEvent = 18;
 
-// The watch lists, in watch order: (event, mask, register, address, channel).
-constexpr std::array<MonitorEntry, 5> fpgaRails{{
-    {1, 0x80, 0x01, 0x25, 4},
-    {2, 0x40, 0x03, 0x25, 4},
-    {3, 0x80, 0x03, 0x25, 4},
-    {4, 0x01, 0x04, 0x25, 4},
-    {5, 0x08, 0x04, 0x25, 4},
-}};
-constexpr std::array<MonitorEntry, 2> k517Rails{{
-    {10, 0x01, 0x02, 0x25, 4},
-    {11, 0x04, 0x04, 0x25, 4},
-}};
-constexpr std::array<MonitorEntry, 6> retimerRails{{
-    {6, 0x04, 0x03, 0x25, 4},
-    {7, 0x02, 0x03, 0x25, 4},
-    {8, 0x80, 0x04, 0x25, 4},
-    {9, 0x40, 0x04, 0x25, 4},
-    {10, 0x08, 0x03, 0x25, 4},
-    {11, 0x01, 0x03, 0x25, 4},
-}};
-constexpr std::array<MonitorEntry, 2> oamRails{{
-    {12, 0x20, 0x04, 0x25, 4},
-    {13, 0x10, 0x04, 0x25, 4},
-}};
+// A power good bit of the SMC FPGA's expander image.
+constexpr MonitorEntry rail(uint32_t event, uint8_t mask, uint8_t reg)
+{
+    return {event, mask, reg, smcAddress, smcChannel};
+}
+
+// The watch lists, in watch order.
+constexpr std::array<MonitorEntry, 5> fpgaRails{
+    rail(1, 0x80, 0x01), rail(2, 0x40, 0x03), rail(3, 0x80, 0x03),
+    rail(4, 0x01, 0x04), rail(5, 0x08, 0x04)};
+constexpr std::array<MonitorEntry, 2> k517Rails{rail(10, 0x01, 0x02),
+                                                rail(11, 0x04, 0x04)};
+constexpr std::array<MonitorEntry, 6> retimerRails{
+    rail(6, 0x04, 0x03), rail(7, 0x02, 0x03),  rail(8, 0x80, 0x04),
+    rail(9, 0x40, 0x04), rail(10, 0x08, 0x03), rail(11, 0x01, 0x03)};
+constexpr std::array<MonitorEntry, 2> oamRails{rail(12, 0x20, 0x04),
+                                               rail(13, 0x10, 0x04)};
 constexpr std::array<MonitorEntry, 2> hotswapAndModule{{
-    {17, 0x0F, 0x04, 0x27, 14},
-    {moduleEvent, 0xFF, 0x61, 0x56, 3},
+    {17, 0x0F, 0x04, moduleIdAddress, expanderChannel},
+    {moduleEvent, 0xFF, moduleGoodRegister, fpgaAddress, fpgaChannel},
 }};
 
 std::string eventName(uint32_t event)

@@ -1,3 +1,5 @@
+#include "board_constants.hpp"
+
 #include "logging/log_line.hpp"
 #include "orvane/oam_presence.hpp"
 #include "utils/platform/platform.hpp"
@@ -26,9 +28,6 @@ using namespace logging::level;
 constexpr int scanRounds = 5;
 constexpr const char* fruService = "xyz.openbmc_project.FruDevice";
 constexpr const char* fruInterface = "xyz.openbmc_project.FruDevice";
-constexpr const char* rescanCommand =
-    "busctl call xyz.openbmc_project.FruDevice /xyz/openbmc_project/FruDevice "
-    "xyz.openbmc_project.FruDeviceManager ReScan";
 
 struct ProductName
 {
@@ -265,7 +264,7 @@ void ScanProducts(OrvaneSvcState&)
     // The FRU service may not have read the OAMs' EEPROMs yet.
     for (int round = 0; round < scanRounds; ++round)
     {
-        if (platform::shell().system(rescanCommand) == -1)
+        if (platform::shell().system(board::fruRescanCommand) == -1)
         {
             ConsoleLog(ERR) << "Error Rescan FruDevice";
         }

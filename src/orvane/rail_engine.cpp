@@ -1,5 +1,7 @@
 #include "orvane/rail_engine.hpp"
 
+#include "board_constants.hpp"
+
 #include "logging/events.hpp"
 #include "logging/log_line.hpp"
 #include "utils/i2c_ops.hpp"
@@ -66,15 +68,18 @@ struct WatchedRegister
 };
 
 constexpr std::array<WatchedRegister, 3> watchedRegisters{{
-    {14, 0x27, 0x04, 0x0F, 0x0F, "HSC power good,Critical Value ",
+    {board::expanderChannel, board::moduleIdAddress, 0x04, 0x0F, 0x0F,
+     "HSC power good,Critical Value ",
      "Hotswap power good status from I/O expanders - Unexpected reading "
      "value (Not equal 0x0f). I2C bus 14; Slave address 0x27; Register "
      "offset 0x04; Reading value: 0x"},
-    {4, 0x25, 0x03, 0xFF, 0xFF, "UBB power good,Critical Value ",
+    {board::smcChannel, board::smcAddress, 0x03, 0xFF, 0xFF,
+     "UBB power good,Critical Value ",
      "UBB VR power good status from I/O expanders - Unexpected reading "
      "value (Not equal 0xcf). I2C bus 4; Slave address 0x25; Register "
      "offset 0x03; Reading value: 0x"},
-    {4, 0x25, 0x04, 0xFF, 0xFD, "UBB power good,Critical Value ",
+    {board::smcChannel, board::smcAddress, 0x04, 0xFF, 0xFD,
+     "UBB power good,Critical Value ",
      "UBB VR power good status from I/O expanders - Unexpected reading "
      "value (Not equal 0xf9). I2C bus 4; Slave address 0x25; Register "
      "offset 0x04; Reading value: 0x"},

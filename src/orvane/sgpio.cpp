@@ -1,8 +1,9 @@
+#include "board_constants.hpp"
+
 #include "logging/log_line.hpp"
 #include "orvane/power_monitor.hpp"
 #include "utils/i2c_ops.hpp"
 
-#include <array>
 #include <string>
 
 namespace orvane
@@ -11,16 +12,14 @@ namespace orvane
 namespace
 {
 
+using namespace board;
 using logging::level::ERR;
 using logging::level::INFO;
 
-constexpr int tries = 3;
 constexpr uint8_t sgpioRegister = 0xE0;
 // Bits 0x08 and 0x80 carry no fault.
 constexpr uint8_t faultBits = 0x77;
 
-constexpr std::array<int, 8> rmChannels{5, 6, 7, 8, 9, 10, 11, 0};
-constexpr uint8_t rmAddress = 0x56;
 constexpr uint16_t efuseRegister = 0xF24B;
 
 // One FPGA's SGPIO status slave and the name that its texts carry.
@@ -31,13 +30,8 @@ struct SgpioSource
     std::string name;
 };
 
-const SgpioSource ubbSource{3, 0x56, "UBB"};
-const SgpioSource smcSource{12, 0x23, "SMC"};
-
-unsigned num(uint8_t value)
-{
-    return value;
-}
+const SgpioSource ubbSource{fpgaChannel, fpgaAddress, "UBB"};
+const SgpioSource smcSource{smcStatusChannel, smcStatusAddress, "SMC"};
 
 bool readStatus(const SgpioSource& source, uint8_t& value)
 {

@@ -1,5 +1,6 @@
 #include "orvane/standby_power.hpp"
 
+#include "board_constants.hpp"
 #include "hex_text.hpp"
 
 #include "logging/events.hpp"
@@ -19,12 +20,10 @@ namespace orvane
 namespace
 {
 
+using namespace board;
 using namespace logging::level;
 
 constexpr int dbusReadyLooks = 5;
-
-constexpr int smcFpgaChannel = 4;
-constexpr uint8_t smcFpgaAddress = 0x25;
 
 struct RegisterSetting
 {
@@ -97,8 +96,7 @@ void clearAndPublish(OrvaneSvcState& state)
 
 void raisePoweredOn(const char* resource)
 {
-    NvEvent(INFO, "ResourceEvent.1.2.1.ResourcePoweredOn", resource, "", "")
-        << resource << " has powered on";
+    NvEvent(INFO, poweredOn, resource, "", "") << resource << " has powered on";
 }
 
 // The board kept standby power through an SMC reset: only the products
@@ -140,8 +138,8 @@ bool configureSmcFpga()
         uint8_t value = setting.value;
         uint8_t readBack = 0;
         if (!WriteReadWithRetry(
-                &event, 3, smcFpgaChannel, smcFpgaAddress, setting.reg, 1,
-                &value, 1, &readBack, true,
+                &event, tries, smcChannel, smcAddress, setting.reg, 1, &value,
+                1, &readBack, true,
                 "Power Sequence Standby Power IO_Expander_Configuration"))
         {
             return false;
@@ -178,7 +176,7 @@ uint32_t Stby_Pwr_on_Sqnc_1(OrvaneSvcState& state)
     }
     if (!SetGPIOOutput("GPU_BASE_HMC_READY", 1))
     {
-        NvEvent(WARNING, "OrvaneSvcUnexpected", "", "", "")
+        NvEvent(WARNING, unexpected, "", "", "")
             << "Power Sequence: [Standby power-on] Fail to set "
                "GPU_BASE_HMC_READY.";
         return 0;
@@ -216,7 +214,7 @@ uint32_t Stby_Pwr_on_Sqnc_3(OrvaneSvcState& state)
     }
     if (!SetGPIOOutput("GPU_BASE_FPGA_READY", 1))
     {
-        NvEvent(WARNING, "OrvaneSvcUnexpected", "", "", "")
+        NvEvent(WARNING, unexpected, "", "", "")
             << "Power Sequence: [Standby power-on] Fail to set GPIO - "
                "GPU_BASE_FPGA_READY output to high.";
         return 0;

@@ -1,3 +1,5 @@
+#include "board_constants.hpp"
+
 #include "logging/events.hpp"
 #include "logging/log_line.hpp"
 #include "orvane/base_power.hpp"
@@ -13,11 +15,11 @@ namespace orvane
 namespace
 {
 
+using board::poweredOff;
+using board::tries;
+using board::unexpected;
 using logging::level::INFO;
 using logging::level::WARNING;
-
-constexpr const char* unexpected = "OrvaneSvcUnexpected";
-constexpr int tries = 3;
 
 // Where the teardown starts, from the top down.
 enum class Stage
@@ -149,8 +151,7 @@ uint32_t Stby_Pwr_off_Sqnc(OrvaneSvcState& state)
     }
     state.standbyPowerStatus = false;
     set_property("StandbyPowerStatus", 0);
-    NvEvent(INFO, "ResourceEvent.1.2.1.ResourcePoweredOff", "Standby Power", "",
-            "")
+    NvEvent(INFO, poweredOff, "Standby Power", "", "")
         << "Standby powered off.";
     return 1;
 }

@@ -1,3 +1,4 @@
+#include "board_constants.hpp"
 #include "hex_text.hpp"
 
 #include "logging/events.hpp"
@@ -21,13 +22,9 @@ namespace orvane
 namespace
 {
 
+using namespace board;
 using namespace logging::level;
 
-constexpr int tries = 3;
-constexpr int ubbFpgaChannel = 3;
-constexpr uint8_t ubbFpgaAddress = 0x56;
-constexpr int emcChannel = 14;
-constexpr uint8_t emcAddress = 0x4C;
 constexpr uint8_t emcChannelConfig = 0x3B;
 constexpr uint8_t emcExternalDiodes = 0x0E;
 
@@ -37,7 +34,7 @@ const std::string rmRecoveryCommand =
 
 void raise(const std::string& text)
 {
-    NvEvent(WARNING, "OrvaneSvcUnexpected", "", "", "") << text;
+    NvEvent(WARNING, unexpected, "", "", "") << text;
 }
 
 bool switchRails(OrvaneSvcState& state, RailList rails, uint8_t bank, bool on)
@@ -52,9 +49,8 @@ bool writeUbbFpga(uint8_t reg, uint8_t value, uint8_t* readBack,
                   const std::string& label)
 {
     int event = 0;
-    return WriteReadWithRetry(&event, tries, ubbFpgaChannel, ubbFpgaAddress,
-                              reg, 1, &value, readBack ? 1 : 0, readBack, true,
-                              label);
+    return WriteReadWithRetry(&event, tries, fpgaChannel, fpgaAddress, reg, 1,
+                              &value, readBack ? 1 : 0, readBack, true, label);
 }
 
 bool updateUbbFpga(OrvaneSvcState& state, uint8_t reg, uint8_t mask, bool on,
@@ -62,9 +58,8 @@ bool updateUbbFpga(OrvaneSvcState& state, uint8_t reg, uint8_t mask, bool on,
 {
     int errorCode = 0;
     uint8_t written = 0;
-    return UpdateBitsRetry(state, errorCode, tries, ubbFpgaChannel,
-                           ubbFpgaAddress, reg, mask, readBack, written, on,
-                           true, true, label);
+    return UpdateBitsRetry(state, errorCode, tries, fpgaChannel, fpgaAddress,
+                           reg, mask, readBack, written, on, true, true, label);
 }
 
 bool cycleK517Rails(OrvaneSvcState& state)
@@ -176,7 +171,7 @@ void enableEmc1438()
 {
     int event = 0;
     uint8_t value = emcExternalDiodes;
-    if (!WriteReadWithRetry(&event, tries, emcChannel, emcAddress,
+    if (!WriteReadWithRetry(&event, tries, expanderChannel, emcAddress,
                             emcChannelConfig, 1, &value, 0, nullptr, true,
                             "Power Sequence Standby Power On: Enable EMC1438"))
     {
@@ -185,8 +180,8 @@ void enableEmc1438()
     }
     uint8_t readBack = 0;
     if (!WriteReadWithRetry(
-            &event, tries, emcChannel, emcAddress, emcChannelConfig, 0, nullptr,
-            1, &readBack, true,
+            &event, tries, expanderChannel, emcAddress, emcChannelConfig, 0,
+            nullptr, 1, &readBack, true,
             "Power Sequence Standby Power On: Check EMC1438 is enable"))
     {
         ConsoleLog(ERR) << "Power Sequence: [Standby power-on] Fail to check "
@@ -197,7 +192,8 @@ void enableEmc1438()
         logging::AddI2CEvent(
             I2C_EVENT_DEVICE_STEP, CRITICAL,
             "Power Sequence Standby Power On: Fail to enable EMC1438", true,
-            emcChannel, emcAddress, emcChannelConfig, 1, &value, 1, &readBack);
+            expanderChannel, emcAddress, emcChannelConfig, 1, &value, 1,
+            &readBack);
     }
     ConsoleLog(INFO) << "Enable EMC1438 external diode channels by Channel "
                         "Configuration Register 0x3B.";
@@ -242,19 +238,20 @@ struct VrStep
 };
 
 constexpr std::array<VrStep, 4> vrSteps{{
-    {3, 0x56, 0x10, 0x02, true, true, sequence_event::none,
+    {fpgaChannel, fpgaAddress, 0x10, 0x02, true, true, sequence_event::none,
      "VR - Power Sequence Standby Power On: OAM I2C mux reset",
      "VR - OAM I2C mux reset released",
      "VR - Power Sequence: [Standby power-on] OAM I2C mux reset."},
-    {3, 0x56, 0x60, 0x00, false, false, sequence_event::module,
+    {fpgaChannel, fpgaAddress, hostGoodRegister, 0x00, false, false,
+     sequence_event::module,
      "VR - Power Sequence Base Power Off: Host power good is disabled",
      "VR - Host Powergood is disabled",
      "VR - Power Sequence: Fail to set OAM host Power good Low."},
-    {4, 0x25, 0x0A, 0x02, true, true, sequence_event::none,
+    {smcChannel, smcAddress, 0x0A, 0x02, true, true, sequence_event::none,
      "VR - Power Sequence Standby Power On: IO expander reset",
      "IO expander reset released",
      "VR - Power Sequence: [Standby power-on] IO expander reset"},
-    {4, 0x25, 0x09, 0x01, true, false, sequence_event::hotswap,
+    {smcChannel, smcAddress, 0x09, 0x01, true, false, sequence_event::hotswap,
      "VR - Power Sequence Base Power On: enable Hotswap controller",
      "VR - Hotswap controller enabled",
      "VR - Power Sequence: [Base power-on] Fail to enable Hotswap "
@@ -277,7 +274,7 @@ bool runVrStep(OrvaneSvcState& state, const VrStep& step)
         raise(step.failure);
         return false;
     }
-    if (step.reg == 0x60)
+    if (step.reg == hostGoodRegister)
     {
         ConsoleLog(INFO) << "Register 0x60 value is 0x"
                          << standby::hex(written);
@@ -292,7 +289,8 @@ bool waitHotswapGood(OrvaneSvcState& state)
     platform::sleepMilliseconds(1000);
     int errorCode = 0;
     uint8_t value = 0;
-    if (!WaitPowerGood(state, errorCode, 14, 0x27, 0x04, 0x0F, true, value))
+    if (!WaitPowerGood(state, errorCode, expanderChannel, moduleIdAddress, 0x04,
+                       0x0F, true, value))
     {
         raise("VR - Power Sequence: [Base power-on] Fail to receive Hotswap "
               "controller Power good.");
@@ -301,7 +299,8 @@ bool waitHotswapGood(OrvaneSvcState& state)
             logging::AddI2CEvent(errorCode, CRITICAL,
                                  "VR - Power Sequence Base Power On: Fail to "
                                  "receive Hotswap controller Power good.",
-                                 true, 14, 0x27, 0x04, 0, nullptr, 1, &value);
+                                 true, expanderChannel, moduleIdAddress, 0x04,
+                                 0, nullptr, 1, &value);
         }
         return false;
     }
@@ -336,15 +335,13 @@ uint32_t Stby_Pwr_on_Sqnc_2(OrvaneSvcState& state)
     {
         return 0;
     }
-    NvEvent(INFO, "ResourceEvent.1.2.1.ResourcePoweredOn", "UBB standby", "",
-            "")
+    NvEvent(INFO, poweredOn, "UBB standby", "", "")
         << "UBB standby has powered on";
     if (!releaseRetimers() || !switchOamRails(state) || !productsMatch(state))
     {
         return 0;
     }
-    NvEvent(INFO, "ResourceEvent.1.2.1.ResourcePoweredOn", "OAM standby", "",
-            "")
+    NvEvent(INFO, poweredOn, "OAM standby", "", "")
         << "OAM standby has powered on";
     runRmRecovery();
 

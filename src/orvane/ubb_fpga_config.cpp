@@ -1,5 +1,7 @@
 #include "orvane/ubb_fpga_config.hpp"
 
+#include "board_constants.hpp"
+
 #include "logging/log_line.hpp"
 #include "utils/gpio_lines.hpp"
 #include "utils/platform/platform.hpp"
@@ -12,6 +14,7 @@ namespace orvane
 namespace
 {
 
+using board::unexpected;
 using namespace logging::level;
 
 constexpr double activationTimeoutMs = 15000.0;
@@ -30,7 +33,7 @@ bool setLine(const char* line, int value, const char* failure)
     {
         return true;
     }
-    NvEvent(WARNING, "OrvaneSvcUnexpected", "", "", "")
+    NvEvent(WARNING, unexpected, "", "", "")
         << "Power Sequence: [Standby power-on] " << failure;
     return false;
 }
@@ -51,7 +54,7 @@ Outcome waitForActivation()
         int value = 0;
         if (!GetGPIOValue("HDT_DBREQ_L", value))
         {
-            NvEvent(WARNING, "OrvaneSvcUnexpected", "", "", "")
+            NvEvent(WARNING, unexpected, "", "", "")
                 << "Power Sequence: [Standby power-on] Fail to get GPIO - "
                    "HOT_DBREQ_L when configured UBB FPGA.";
             return Outcome::failed;

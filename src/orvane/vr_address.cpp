@@ -1,3 +1,4 @@
+#include "board_constants.hpp"
 #include "hex_text.hpp"
 
 #include "logging/log_line.hpp"
@@ -24,7 +25,8 @@ namespace
 
 using namespace logging::level;
 
-constexpr int oamBus = 2; // behind the OAM mux, which the caller has set
+// Behind the OAM mux, which the caller has set.
+constexpr int oamBus = board::oamChannel;
 constexpr uint8_t probeRegister = 0x8D;
 constexpr int probeReads = 3;
 // Where the IBC of older OAM builds answers.

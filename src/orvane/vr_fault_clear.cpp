@@ -1,3 +1,5 @@
+#include "board_constants.hpp"
+
 #include "logging/log_line.hpp"
 #include "orvane/base_detail.hpp"
 #include "orvane/hotswap_setup.hpp"
@@ -12,23 +14,19 @@ namespace orvane::detail
 namespace
 {
 
+using board::num;
+using board::oamChannel;
 using logging::level::ERR;
 using logging::level::INFO;
 
-constexpr int ubbChannel = 4;
-constexpr int oamChannel = 2;
-constexpr uint8_t muxAddress = 0x70;
+// The UBB's regulators share the SMC FPGA's bus.
+constexpr int ubbChannel = board::smcChannel;
 constexpr uint8_t pageCommand = 0x00;
 constexpr uint8_t clearFaultsCommand = 0x03;
 
 bool isHotswap(const VrEntry& vr)
 {
     return vr.model == "LM5066I" || vr.model == "XDP710";
-}
-
-unsigned num(uint8_t value)
-{
-    return value;
 }
 
 bool setPageZero(int channel, const VrEntry& vr)
@@ -82,7 +80,7 @@ void clearOam(int oam)
 {
     ConsoleLog(INFO) << "Clear faults at OAM" << oam;
     int event = 0;
-    if (!I2CSmbusWriteByte(&event, oamChannel, muxAddress,
+    if (!I2CSmbusWriteByte(&event, oamChannel, board::oamMuxAddress,
                            static_cast<uint8_t>(1U << oam), false))
     {
         ConsoleLog(ERR) << "Fail to flip OAM " << oam;

@@ -1,3 +1,4 @@
+#include "board_constants.hpp"
 #include "hex_text.hpp"
 
 #include "logging/log_line.hpp"
@@ -13,6 +14,7 @@ namespace orvane
 namespace
 {
 
+using namespace board;
 using namespace logging::level;
 
 constexpr uint64_t scuBase = 0x1E6E2000;
@@ -21,14 +23,10 @@ constexpr uint32_t resetReasonOffset = 0x64;
 // Either bit: the SoC restarted while the board kept its power.
 constexpr uint32_t warmResetMask = 0x3000;
 
-constexpr int ubbFpgaChannel = 3;
-constexpr uint8_t ubbFpgaAddress = 0x56;
-
 bool readUbbFpgaByte(uint8_t reg, uint8_t& value)
 {
     int event = 0;
-    if (!I2CSmbusReadBlock(&event, ubbFpgaChannel, ubbFpgaAddress, reg, &value,
-                           1))
+    if (!I2CSmbusReadBlock(&event, fpgaChannel, fpgaAddress, reg, &value, 1))
     {
         ConsoleLog(ERR) << "Fail to read channel 3 slave address 0x56 "
                            "register address 0x"
@@ -79,7 +77,8 @@ uint32_t CheckWarmBootPowerGood(OrvaneSvcState& state)
 
     // Present, host power good, module power good, thermal trip: in the
     // order the FPGA reports them.
-    constexpr std::array<uint8_t, 4> registers{0x63, 0x60, 0x61, 0xC0};
+    constexpr std::array<uint8_t, 4> registers{prsntRegister, hostGoodRegister,
+                                               moduleGoodRegister, 0xC0};
     std::array<uint8_t, 4> values{};
     for (size_t i = 0; i < registers.size(); ++i)
     {

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,11 +11,8 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
-#include <type_traits>
 
 namespace orvane::test
 {
@@ -25,57 +21,30 @@ namespace
 {
 
 constexpr const char* addressVariable = "DBUS_SYSTEM_BUS_ADDRESS";
-constexpr int startTimeoutMs = 5000;
 
-std::string errnoText(const std::string& what, int error)
+[[noreturn]] void failed(const std::string& what, int error)
 {
-    return what + ": " + std::strerror(error);
-}
-
-std::filesystem::path findDaemon()
-{
-    const char* path = std::getenv("PATH");
-    std::string dirs = path != nullptr ? path : "/usr/bin:/bin";
-    size_t start = 0;
-    while (start <= dirs.size())
-    {
-        size_t end = dirs.find(':', start);
-        if (end == std::string::npos)
-        {
-            end = dirs.size();
-        }
-        std::filesystem::path candidate =
-            std::filesystem::path(dirs.substr(start, end - start)) /
-            "dbus-daemon";
-        if (access(candidate.c_str(), X_OK) == 0)
-        {
-            return candidate;
-        }
-        start = end + 1;
-    }
-    throw std::runtime_error("dbus-daemon is not installed");
+    throw std::runtime_error(what + ": " + std::strerror(error));
 }
 
 // Unix socket paths are short; a long TMPDIR would not fit.
 std::filesystem::path makeTempDir()
 {
     std::filesystem::path base = std::filesystem::temp_directory_path();
-    if (base.native().size() > 60)
-    {
-        base = "/tmp";
-    }
-    std::string pattern = (base / "orvane-bus-XXXXXX").string();
+    std::string pattern =
+        ((base.native().size() > 60 ? "/tmp" : base) / "orvane-bus-XXXXXX")
+            .string();
     if (mkdtemp(pattern.data()) == nullptr)
     {
-        throw std::runtime_error(errnoText("mkdtemp", errno));
+        failed("mkdtemp", errno);
     }
     return pattern;
 }
 
 void writeConfig(const std::filesystem::path& file, const std::string& listen)
 {
-    std::ofstream out(file);
-    out << R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+    std::ofstream(file)
+        << R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
  "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
 <busconfig>
   <type>system</type>
@@ -88,121 +57,86 @@ void writeConfig(const std::filesystem::path& file, const std::string& listen)
   </policy>
 </busconfig>
 )";
-    if (!out.flush())
-    {
-        throw std::runtime_error("cannot write " + file.string());
-    }
 }
 
-// The first line the daemon prints is its address, and it prints it once it
-// listens. Empty when the daemon died or stayed silent.
-std::string readAddress(int fd)
+// The daemon prints its address once it listens. False when it died or
+// stayed silent for five seconds.
+bool announced(int fd)
 {
+    const auto deadline =
+        std::chrono::steady_clock::now() + std::chrono::seconds(5);
     std::string text;
-    auto deadline = std::chrono::steady_clock::now() +
-                    std::chrono::milliseconds(startTimeoutMs);
     while (text.find('\n') == std::string::npos)
     {
-        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                        deadline - std::chrono::steady_clock::now())
-                        .count();
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
         pollfd entry{fd, POLLIN, 0};
-        int ready = left <= 0 ? 0 : poll(&entry, 1, static_cast<int>(left));
+        const int ready = left.count() > 0
+                              ? poll(&entry, 1, static_cast<int>(left.count()))
+                              : 0;
         if (ready < 0 && errno == EINTR)
         {
             continue;
         }
-        if (ready <= 0)
-        {
-            return {};
-        }
         char chunk[256];
-        ssize_t n = read(fd, chunk, sizeof(chunk));
-        if (n <= 0)
+        const ssize_t got = ready > 0 ? read(fd, chunk, sizeof(chunk)) : 0;
+        if (got <= 0)
         {
-            return {};
+            return false;
         }
-        text.append(chunk, static_cast<size_t>(n));
+        text.append(chunk, static_cast<size_t>(got));
     }
-    return text.substr(0, text.find('\n'));
+    return true;
 }
 
 } // namespace
 
+size_t openFileDescriptors()
+{
+    return static_cast<size_t>(
+        std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                      std::filesystem::directory_iterator()));
+}
+
 PrivateBus::PrivateBus() : dir(makeTempDir())
 {
-    std::string listen = "unix:path=" + (dir / "bus.sock").string();
-    std::filesystem::path config = dir / "bus.conf";
-    try
+    busAddress = "unix:path=" + (dir / "bus.sock").string();
+    const std::string config = "--config-file=" + (dir / "bus.conf").string();
+    const std::string logPath = (dir / "daemon.log").string();
+    writeConfig(dir / "bus.conf", busAddress);
+    int pipeFds[2];
+    if (pipe2(pipeFds, O_CLOEXEC) != 0)
     {
-        writeConfig(config, listen);
-        std::string program = findDaemon().string();
-        std::string configArg = "--config-file=" + config.string();
-        std::vector<char*> argv = {program.data(),
-                                   configArg.data(),
-                                   const_cast<char*>("--nofork"),
-                                   const_cast<char*>("--nopidfile"),
-                                   const_cast<char*>("--nosyslog"),
-                                   const_cast<char*>("--print-address=1"),
-                                   nullptr};
-
-        // The daemon's complaints go to a file of its own, not into the
-        // test's output; they are shown if it fails to start.
-        std::string logPath = (dir / "daemon.log").string();
-        int logFd = open(logPath.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-        if (logFd < 0)
-        {
-            throw std::runtime_error(errnoText("open " + logPath, errno));
-        }
-        int pipeFds[2];
-        if (pipe2(pipeFds, O_CLOEXEC) != 0)
-        {
-            int error = errno;
-            close(logFd);
-            throw std::runtime_error(errnoText("pipe2", error));
-        }
-        pid_t parent = getpid();
-        daemon = fork();
-        if (daemon == 0)
-        {
-            // Only async-signal-safe calls until exec: the test process may
-            // have threads. The daemon must not outlive a crashed test.
-            prctl(PR_SET_PDEATHSIG, SIGTERM);
-            if (getppid() != parent || dup2(pipeFds[1], STDOUT_FILENO) < 0 ||
-                dup2(logFd, STDERR_FILENO) < 0)
-            {
-                _exit(127);
-            }
-            execv(argv[0], argv.data());
-            _exit(127);
-        }
-        int forkError = errno;
-        close(pipeFds[1]);
-        close(logFd);
-        if (daemon < 0)
-        {
-            close(pipeFds[0]);
-            throw std::runtime_error(errnoText("fork", forkError));
-        }
-        std::string printed = readAddress(pipeFds[0]);
-        close(pipeFds[0]);
-        if (printed.empty())
-        {
-            stopDaemon();
-            std::ifstream log(logPath);
-            std::string complaint((std::istreambuf_iterator<char>(log)),
-                                  std::istreambuf_iterator<char>());
-            throw std::runtime_error("dbus-daemon did not start: " + complaint);
-        }
-        busAddress = listen;
+        failed("pipe2", errno);
     }
-    catch (...)
+    const pid_t parent = getpid();
+    daemon = fork();
+    if (daemon == 0)
     {
-        std::error_code ignored;
-        std::filesystem::remove_all(dir, ignored);
-        throw;
+        // Only async-signal-safe calls until exec: the test process may have
+        // threads. The daemon must not outlive a crashed test; its
+        // complaints go to a file of its own.
+        prctl(PR_SET_PDEATHSIG, SIGTERM);
+        int log = open(logPath.c_str(), O_WRONLY | O_CREAT, 0600);
+        if (getppid() == parent && dup2(pipeFds[1], STDOUT_FILENO) >= 0 &&
+            dup2(log, STDERR_FILENO) >= 0)
+        {
+            execlp("dbus-daemon", "dbus-daemon", config.c_str(), "--nofork",
+                   "--nopidfile", "--nosyslog", "--print-address=1", nullptr);
+        }
+        _exit(127);
     }
-
+    close(pipeFds[1]);
+    const bool up = daemon > 0 && announced(pipeFds[0]);
+    close(pipeFds[0]);
+    if (!up)
+    {
+        stopDaemon();
+        std::ifstream log(logPath);
+        std::string complaint((std::istreambuf_iterator<char>(log)), {});
+        std::filesystem::remove_all(dir);
+        throw std::runtime_error("dbus-daemon did not start: " + complaint);
+    }
     if (const char* previous = std::getenv(addressVariable))
     {
         previousAddress = previous;
@@ -227,21 +161,10 @@ PrivateBus::~PrivateBus()
 
 void PrivateBus::stopDaemon()
 {
-    if (daemon <= 0)
+    if (daemon > 0)
     {
-        return;
-    }
-    kill(daemon, SIGTERM);
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
-    while (waitpid(daemon, nullptr, WNOHANG) == 0)
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-        {
-            kill(daemon, SIGKILL);
-            waitpid(daemon, nullptr, 0);
-            break;
-        }
-        usleep(1000);
+        kill(daemon, SIGTERM);
+        waitpid(daemon, nullptr, 0);
     }
     daemon = -1;
 }
@@ -315,53 +238,32 @@ void BusResponder::buildVtable(Interface& entry)
 void BusResponder::start()
 {
     int r = sd_bus_open_system(&bus);
+    for (auto entry = interfaces.begin(); r >= 0 && entry != interfaces.end();
+         ++entry)
+    {
+        buildVtable(*entry);
+        r = sd_bus_add_object_vtable(bus, &entry->slot, entry->path.c_str(),
+                                     entry->name.c_str(), entry->vtable.data(),
+                                     &*entry);
+    }
+    if (r >= 0)
+    {
+        r = sd_bus_request_name(bus, busName.c_str(), 0);
+    }
     if (r < 0)
     {
-        bus = nullptr;
-        throw std::runtime_error(errnoText("sd_bus_open_system", -r));
-    }
-    try
-    {
-        for (auto& entry : interfaces)
-        {
-            buildVtable(entry);
-            r = sd_bus_add_object_vtable(bus, &entry.slot, entry.path.c_str(),
-                                         entry.name.c_str(),
-                                         entry.vtable.data(), &entry);
-            if (r < 0)
-            {
-                throw std::runtime_error(
-                    errnoText("sd_bus_add_object_vtable", -r));
-            }
-        }
-        r = sd_bus_request_name(bus, busName.c_str(), 0);
-        if (r < 0)
-        {
-            throw std::runtime_error(errnoText("sd_bus_request_name", -r));
-        }
-        stopEvent = eventfd(0, EFD_CLOEXEC);
-        if (stopEvent < 0)
-        {
-            throw std::runtime_error(errnoText("eventfd", errno));
-        }
-    }
-    catch (...)
-    {
         disconnect();
-        throw;
+        failed("cannot serve " + busName, -r);
     }
+    stopping = false;
     worker = std::thread([this] { serve(); });
 }
 
 void BusResponder::stop()
 {
+    stopping = true;
     if (worker.joinable())
     {
-        uint64_t one = 1;
-        if (write(stopEvent, &one, sizeof(one)) != sizeof(one))
-        {
-            std::abort();
-        }
         worker.join();
     }
     disconnect();
@@ -375,47 +277,18 @@ void BusResponder::disconnect()
         entry.vtable.clear();
     }
     bus = sd_bus_flush_close_unref(bus);
-    if (stopEvent >= 0)
-    {
-        close(stopEvent);
-        stopEvent = -1;
-    }
 }
 
+// Serves until stop(), looking for it every few milliseconds; ends early
+// when the daemon goes away.
 void BusResponder::serve()
 {
-    for (;;)
+    while (!stopping)
     {
         int r = 0;
-        do
-        {
-            r = sd_bus_process(bus, nullptr);
-        } while (r > 0);
-        if (r < 0)
-        {
-            return; // the daemon went away
-        }
-
-        uint64_t until = 0;
-        int timeoutMs = -1;
-        if (sd_bus_get_timeout(bus, &until) > 0 && until != UINT64_MAX)
-        {
-            timespec now{};
-            clock_gettime(CLOCK_MONOTONIC, &now);
-            uint64_t nowUs = static_cast<uint64_t>(now.tv_sec) * 1'000'000 +
-                             static_cast<uint64_t>(now.tv_nsec) / 1000;
-            timeoutMs = until <= nowUs
-                            ? 0
-                            : static_cast<int>((until - nowUs + 999) / 1000);
-        }
-        pollfd fds[2] = {
-            {sd_bus_get_fd(bus), static_cast<short>(sd_bus_get_events(bus)), 0},
-            {stopEvent, POLLIN, 0}};
-        if (poll(fds, 2, timeoutMs) < 0 && errno != EINTR)
-        {
-            return;
-        }
-        if ((fds[1].revents & POLLIN) != 0)
+        while ((r = sd_bus_process(bus, nullptr)) > 0)
+        {}
+        if (r < 0 || sd_bus_wait(bus, 5'000) < 0)
         {
             return;
         }
@@ -433,13 +306,10 @@ BusResponder::Property& BusResponder::propertyOf(const std::string& path,
 {
     for (auto& entry : interfaces)
     {
-        if (entry.path != path || entry.name != interface)
-        {
-            continue;
-        }
         for (auto& property : entry.properties)
         {
-            if (property.name == name)
+            if (entry.path == path && entry.name == interface &&
+                property.name == name)
             {
                 return property;
             }
@@ -467,45 +337,36 @@ std::vector<BusValue> BusResponder::writes(const std::string& path,
 int BusResponder::calls(const std::string& member)
 {
     std::lock_guard lock(mutex);
-    auto found = callCounts.find(member);
-    return found == callCounts.end() ? 0 : found->second;
+    return callCounts[member];
 }
 
 int BusResponder::onMethod(sd_bus_message* call, void* userdata, sd_bus_error*)
 {
     auto& entry = *static_cast<Interface*>(userdata);
-    std::string member = sd_bus_message_get_member(call);
-    const Method* method = nullptr;
+    const std::string member = sd_bus_message_get_member(call);
     for (const auto& handler : entry.methods)
     {
-        if (handler.member == member)
+        if (handler.member != member)
         {
-            method = &handler.method;
+            continue;
         }
+        sd_bus_message* reply = nullptr;
+        int r = sd_bus_message_new_method_return(call, &reply);
+        if (r >= 0)
+        {
+            std::lock_guard lock(entry.owner->mutex);
+            ++entry.owner->callCounts[member];
+            r = handler.method(call, reply);
+        }
+        if (r >= 0)
+        {
+            r = sd_bus_send(nullptr, reply, nullptr);
+        }
+        sd_bus_message_unref(reply);
+        // A negative result makes the library answer with that errno.
+        return r < 0 ? r : 1;
     }
-    if (method == nullptr)
-    {
-        return -EOPNOTSUPP;
-    }
-
-    sd_bus_message* reply = nullptr;
-    int r = sd_bus_message_new_method_return(call, &reply);
-    if (r < 0)
-    {
-        return r;
-    }
-    {
-        std::lock_guard lock(entry.owner->mutex);
-        ++entry.owner->callCounts[member];
-        r = (*method)(call, reply);
-    }
-    if (r >= 0)
-    {
-        r = sd_bus_send(nullptr, reply, nullptr);
-    }
-    sd_bus_message_unref(reply);
-    // A negative result makes the library answer with that errno.
-    return r < 0 ? r : 1;
+    return -EOPNOTSUPP;
 }
 
 int BusResponder::onGet(sd_bus*, const char*, const char*, const char* property,
@@ -513,29 +374,22 @@ int BusResponder::onGet(sd_bus*, const char*, const char*, const char* property,
 {
     auto& entry = *static_cast<Interface*>(userdata);
     std::lock_guard lock(entry.owner->mutex);
-    const BusValue& value =
-        entry.owner->propertyOf(entry.path, entry.name, property).value;
-    return std::visit(
-        [reply](const auto& held) -> int {
-            using T = std::decay_t<decltype(held)>;
-            if constexpr (std::is_same_v<T, std::string>)
-            {
-                return sd_bus_message_append(reply, "s", held.c_str());
-            }
-            else if constexpr (std::is_same_v<T, bool>)
-            {
-                return sd_bus_message_append(reply, "b", int{held});
-            }
-            else if constexpr (std::is_same_v<T, int32_t>)
-            {
-                return sd_bus_message_append(reply, "i", held);
-            }
-            else
-            {
-                return sd_bus_message_append(reply, "u", held);
-            }
-        },
-        value);
+    const Property& held =
+        entry.owner->propertyOf(entry.path, entry.name, property);
+    const char* type = held.signature.c_str();
+    switch (held.value.index())
+    {
+        case 0:
+            return sd_bus_message_append(reply, type,
+                                         std::get<0>(held.value).c_str());
+        case 1:
+            return sd_bus_message_append(reply, type,
+                                         int{std::get<1>(held.value)});
+        case 2:
+            return sd_bus_message_append(reply, type, std::get<2>(held.value));
+        default:
+            return sd_bus_message_append(reply, type, std::get<3>(held.value));
+    }
 }
 
 int BusResponder::onSet(sd_bus*, const char*, const char*, const char* property,
@@ -546,45 +400,34 @@ int BusResponder::onSet(sd_bus*, const char*, const char*, const char* property,
     Property& target =
         entry.owner->propertyOf(entry.path, entry.name, property);
     // The library has already checked the variant against the signature.
-    BusValue next;
-    int r = 0;
-    switch (target.signature[0])
+    union
     {
-        case 's':
-        {
-            const char* text = nullptr;
-            r = sd_bus_message_read(value, "s", &text);
-            next = std::string(text != nullptr ? text : "");
-            break;
-        }
-        case 'b':
-        {
-            int flag = 0;
-            r = sd_bus_message_read(value, "b", &flag);
-            next = flag != 0;
-            break;
-        }
-        case 'i':
-        {
-            int32_t number = 0;
-            r = sd_bus_message_read(value, "i", &number);
-            next = number;
-            break;
-        }
-        default:
-        {
-            uint32_t number = 0;
-            r = sd_bus_message_read(value, "u", &number);
-            next = number;
-            break;
-        }
-    }
+        const char* text;
+        int flag;
+        int32_t signedNumber;
+        uint32_t number;
+    } in{};
+    int r = sd_bus_message_read_basic(value, target.signature[0], &in);
     if (r < 0)
     {
         return r;
     }
-    target.value = next;
-    target.written.push_back(std::move(next));
+    switch (target.value.index())
+    {
+        case 0:
+            target.value = std::string(in.text != nullptr ? in.text : "");
+            break;
+        case 1:
+            target.value = in.flag != 0;
+            break;
+        case 2:
+            target.value = in.signedNumber;
+            break;
+        default:
+            target.value = in.number;
+            break;
+    }
+    target.written.push_back(target.value);
     return 1;
 }
 

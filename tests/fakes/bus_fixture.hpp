@@ -5,6 +5,7 @@
 #include <sys/types.h>
 #include <systemd/sd-bus.h>
 
+#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -144,9 +145,13 @@ class BusResponder
     std::map<std::string, int> callCounts;
     std::mutex mutex;
     sd_bus* bus = nullptr;
-    int stopEvent = -1;
+    std::atomic<bool> stopping{false};
     std::thread worker;
 };
+
+// Descriptors the process holds open now, for tests of what calls give
+// back.
+size_t openFileDescriptors();
 
 // A test with every seam faked and a private system bus of its own.
 class BusTest : public ::testing::Test

@@ -2,11 +2,11 @@
 
 #include "utils/platform/gpio.hpp"
 
+#include <cerrno>
 #include <initializer_list>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -42,69 +42,48 @@ class FakeGpio : public platform::Gpio
     // For the count of requests that fail: every one of them.
     static constexpr int always = -1;
 
-    FakeGpio() = default;
-    FakeGpio(const FakeGpio&) = delete;
-    FakeGpio& operator=(const FakeGpio&) = delete;
-
     std::unique_ptr<platform::GpioLine> findLine(
         const std::string& name) override;
 
-    // Adds the line (or resets it) with the level it shows as an input.
-    void addLine(const std::string& name, int value = 0);
     // Adds each line at level 0.
     void addLines(std::initializer_list<std::string> names);
-    void removeLine(const std::string& name);
     // The level outside drives on the line; read while it is an input.
     void setInput(const std::string& name, int value);
 
-    // The next `requests` requests of the line fail with EBUSY (or another
-    // errno); a request that fails this way counts in requests().
-    void setBusy(const std::string& name, int requests = always);
+    // The next `requests` requests of the line fail with this errno; a
+    // request that fails this way counts in requests().
     void failRequests(const std::string& name, int error,
                       int requests = always);
+    void setBusy(const std::string& name, int requests = always)
+    {
+        failRequests(name, EBUSY, requests);
+    }
     // getValue or setValue throw this errno; 0 lets them work again.
     void failGet(const std::string& name, int error);
     void failSet(const std::string& name, int error);
 
     // The level the line shows now: the driven one while an output.
     int value(const std::string& name) const;
-    std::optional<platform::GpioDirection> direction(
-        const std::string& name) const;
     bool isRequested(const std::string& name) const;
 
-    std::vector<GpioRequest> requests() const;
-    std::vector<GpioRequest> requests(const std::string& name) const;
+    std::vector<GpioRequest> requests(const std::string& name = "") const;
     std::vector<GpioWrite> writes() const;
     std::vector<int> writes(const std::string& name) const;
-    void clearRecords();
 
   private:
     class Handle;
-    friend class Handle;
 
     struct Line
     {
         int input = 0;
         int output = 0;
-        std::optional<platform::GpioDirection> direction;
+        bool isOutput = false;
         const Handle* holder = nullptr;
         int requestError = 0;
         int failingRequests = 0;
         int getError = 0;
         int setError = 0;
     };
-
-    // Called by handles with the mutex not held.
-    void request(const Handle& handle, const std::string& consumer,
-                 platform::GpioDirection direction, int flags,
-                 int defaultValue);
-    int getValue(const Handle& handle);
-    void setValue(const Handle& handle, int value);
-    void release(const Handle& handle);
-
-    Line& lineOf(const Handle& handle);
-    Line& existing(const std::string& name);
-    const Line& existing(const std::string& name) const;
 
     mutable std::mutex mutex;
     std::map<std::string, Line> lines;

@@ -2,8 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <charconv>
-#include <string_view>
+#include <cstdio>
 
 namespace orvane::test
 {
@@ -13,47 +12,6 @@ namespace
 
 using Kind = I2cOp::Kind;
 
-bool isSmbus(Kind kind)
-{
-    switch (kind)
-    {
-        case Kind::smbusReadByteData:
-        case Kind::smbusWriteByteData:
-        case Kind::smbusWriteByte:
-        case Kind::smbusReadBlock:
-        case Kind::smbusWriteBlock:
-            return true;
-        default:
-            return false;
-    }
-}
-
-// libi2c hands the errno back negated; the kernel calls give -1.
-template <typename Outcome>
-void failWith(Outcome& outcome, int error)
-{
-    outcome.error = error;
-    outcome.result = isSmbus(outcome.op.kind) ? -error : -1;
-}
-
-std::optional<int> busOf(std::string_view path)
-{
-    constexpr std::string_view prefix = "/dev/i2c-";
-    if (!path.starts_with(prefix))
-    {
-        return std::nullopt;
-    }
-    path.remove_prefix(prefix.size());
-    int bus = 0;
-    auto [end, ec] =
-        std::from_chars(path.data(), path.data() + path.size(), bus);
-    if (ec != std::errc() || end != path.data() + path.size())
-    {
-        return std::nullopt;
-    }
-    return bus;
-}
-
 // The device takes its pointer from the first pointerBytes bytes, high
 // byte first, and the rest into consecutive registers.
 template <typename Device>
@@ -61,14 +19,10 @@ void store(Device& device, const uint8_t* bytes, size_t length,
            unsigned pointerBytes)
 {
     size_t i = 0;
-    if (pointerBytes > 0 && length > 0)
+    for (; i < std::min<size_t>(pointerBytes, length); ++i)
     {
-        device.pointer = 0;
-        for (; i < std::min<size_t>(pointerBytes, length); ++i)
-        {
-            device.pointer =
-                static_cast<uint16_t>((device.pointer << 8) | bytes[i]);
-        }
+        const uint16_t high = i == 0 ? 0 : device.pointer << 8;
+        device.pointer = static_cast<uint16_t>(high | bytes[i]);
     }
     for (; i < length; ++i)
     {
@@ -86,30 +40,42 @@ void load(Device& device, uint8_t* bytes, size_t length)
     }
 }
 
+I2cOp opOf(Kind kind, uint16_t command = 0)
+{
+    I2cOp op;
+    op.kind = kind;
+    op.command = command;
+    return op;
+}
+
 } // namespace
 
 template <typename Body>
-long FakeI2c::run(Body&& body)
+long FakeI2c::run(I2cOp op, Body&& body)
 {
-    Outcome outcome;
     std::function<void(const I2cOp&)> notify;
+    int error = 0;
     {
         std::lock_guard lock(mutex);
-        outcome = body();
-        outcome.op.result = outcome.result;
-        recorded.push_back(outcome.op);
+        error = body(op);
+        if (error != 0)
+        {
+            // libi2c hands the errno back negated; the kernel calls give -1.
+            op.result = op.kind >= Kind::smbusReadByteData ? -error : -1;
+        }
+        recorded.push_back(op);
         notify = observer;
     }
     if (notify)
     {
-        notify(outcome.op);
+        notify(op);
     }
     // Last, so that nothing the observer does disturbs the caller's errno.
-    if (outcome.error != 0)
+    if (error != 0)
     {
-        errno = outcome.error;
+        errno = error;
     }
-    return outcome.result;
+    return op.result;
 }
 
 void FakeI2c::addBus(int bus)
@@ -134,12 +100,6 @@ void FakeI2c::removeDevice(int bus, uint8_t address)
     devices.erase({bus, address});
 }
 
-void FakeI2c::setAbsentError(int bus, uint8_t address, int error)
-{
-    std::lock_guard lock(mutex);
-    absentErrors[{bus, address}] = error;
-}
-
 void FakeI2c::setRegister(int bus, uint8_t address, uint16_t reg, uint8_t value)
 {
     setRegisters(bus, address, reg, {value});
@@ -162,12 +122,11 @@ uint8_t FakeI2c::registerValue(int bus, uint8_t address, uint16_t reg) const
 {
     std::lock_guard lock(mutex);
     auto found = devices.find({bus, address});
-    if (found == devices.end())
+    if (found == devices.end() || !found->second.registers.contains(reg))
     {
         return 0;
     }
-    auto value = found->second.registers.find(reg);
-    return value == found->second.registers.end() ? 0 : value->second;
+    return found->second.registers.at(reg);
 }
 
 void FakeI2c::inject(const I2cFault& fault)
@@ -196,10 +155,8 @@ std::vector<I2cOp> FakeI2c::operations() const
 
 std::vector<I2cOp> FakeI2c::operations(I2cOp::Kind kind) const
 {
-    std::lock_guard lock(mutex);
-    std::vector<I2cOp> some;
-    std::copy_if(recorded.begin(), recorded.end(), std::back_inserter(some),
-                 [kind](const I2cOp& op) { return op.kind == kind; });
+    std::vector<I2cOp> some = operations();
+    std::erase_if(some, [kind](const I2cOp& op) { return op.kind != kind; });
     return some;
 }
 
@@ -227,379 +184,230 @@ int FakeI2c::openDescriptors() const
     return static_cast<int>(descriptors.size());
 }
 
-std::optional<I2cFault> FakeI2c::takeFault(I2cOp::Kind kind, int bus,
-                                           uint8_t address)
-{
-    for (I2cFault& fault : faults)
-    {
-        // An open has no address yet: its faults match on the bus alone.
-        bool addressMatches =
-            kind == Kind::open || !fault.address || *fault.address == address;
-        if (fault.kind == kind && fault.bus == bus && addressMatches &&
-            fault.times != 0)
-        {
-            if (fault.times > 0)
-            {
-                --fault.times;
-            }
-            return fault;
-        }
-    }
-    return std::nullopt;
-}
-
 FakeI2c::Device* FakeI2c::device(int bus, uint8_t address)
 {
     auto found = devices.find({bus, address});
     return found == devices.end() ? nullptr : &found->second;
 }
 
-int FakeI2c::absentError(int bus, uint8_t address) const
+int FakeI2c::begin(I2cOp& op, int fd, std::optional<uint8_t> target,
+                   std::optional<long>& shortCount)
 {
-    auto found = absentErrors.find({bus, address});
-    return found == absentErrors.end() ? ENXIO : found->second;
-}
-
-FakeI2c::Device* FakeI2c::begin(Outcome& outcome, I2cOp::Kind kind, int fd,
-                                std::optional<uint8_t> target)
-{
-    outcome.op.kind = kind;
     auto found = descriptors.find(fd);
     if (found == descriptors.end())
     {
-        failWith(outcome, EBADF);
-        return nullptr;
+        return EBADF;
     }
-    int bus = found->second.bus;
-    uint8_t address = target.value_or(found->second.address);
-    outcome.op.bus = bus;
-    outcome.op.address = address;
-    if (auto fault = takeFault(kind, bus, address))
+    op.bus = found->second.bus;
+    op.address = target.value_or(found->second.address);
+    for (I2cFault& fault : faults)
     {
-        if (!fault->result)
+        if (fault.kind == op.kind && fault.bus == op.bus &&
+            fault.address.value_or(op.address) == op.address &&
+            fault.times != 0)
         {
-            failWith(outcome, fault->error);
-            return nullptr;
-        }
-        outcome.shortCount = fault->result;
-    }
-    Device* answering = device(bus, address);
-    if (answering == nullptr && !outcome.shortCount)
-    {
-        failWith(outcome, absentError(bus, address));
-    }
-    return answering;
-}
-
-FakeI2c::Outcome FakeI2c::doTransfer(I2cOp::Kind kind, int fd, uint16_t command,
-                                     std::optional<uint16_t> start,
-                                     const uint8_t* in, uint8_t* out,
-                                     size_t length)
-{
-    Outcome outcome;
-    outcome.op.command = command;
-    if (in != nullptr)
-    {
-        outcome.op.bytes.assign(in, in + length);
-    }
-    Device* target = begin(outcome, kind, fd);
-    if (outcome.error != 0)
-    {
-        return outcome;
-    }
-    // A short count moves only that many bytes.
-    size_t moving = length;
-    if (outcome.shortCount)
-    {
-        moving = static_cast<size_t>(std::clamp<long>(
-            *outcome.shortCount, 0, static_cast<long>(length)));
-    }
-    outcome.result = outcome.shortCount.value_or(static_cast<long>(length));
-    if (target == nullptr)
-    {
-        return outcome;
-    }
-    if (start)
-    {
-        target->pointer = *start;
-    }
-    if (in != nullptr)
-    {
-        store(*target, in, moving, start ? 0 : target->offsetBytes);
-    }
-    else
-    {
-        load(*target, out, moving);
-        outcome.op.bytes.assign(out, out + moving);
-    }
-    return outcome;
-}
-
-FakeI2c::Outcome FakeI2c::doRdwr(int fd, const i2c_rdwr_ioctl_data* data)
-{
-    Outcome outcome;
-    bool empty = data == nullptr || data->nmsgs == 0 || data->msgs == nullptr;
-    std::optional<uint8_t> first;
-    if (!empty)
-    {
-        first = static_cast<uint8_t>(data->msgs[0].addr);
-    }
-    begin(outcome, Kind::rdwr, fd, first);
-    if (outcome.error != 0)
-    {
-        return outcome;
-    }
-    if (outcome.shortCount)
-    {
-        // A short count stands for the number of messages done; none ran.
-        outcome.result = *outcome.shortCount;
-        return outcome;
-    }
-    if (empty)
-    {
-        failWith(outcome, EINVAL);
-        return outcome;
-    }
-    bool readSeen = false;
-    for (uint32_t i = 0; i < data->nmsgs; ++i)
-    {
-        const i2c_msg& message = data->msgs[i];
-        Device* target =
-            device(outcome.op.bus, static_cast<uint8_t>(message.addr));
-        if (message.addr > 0x7F || target == nullptr)
-        {
-            failWith(outcome,
-                     message.addr > 0x7F
-                         ? EINVAL
-                         : absentError(outcome.op.bus,
-                                       static_cast<uint8_t>(message.addr)));
-            return outcome;
-        }
-        if ((message.flags & I2C_M_RD) != 0)
-        {
-            if (!readSeen)
+            fault.times -= fault.times > 0 ? 1 : 0;
+            if (!fault.result)
             {
-                outcome.op.command = target->pointer;
-                readSeen = true;
+                return fault.error;
             }
-            load(*target, message.buf, message.len);
-            continue;
+            shortCount = fault.result;
+            break;
         }
-        outcome.op.bytes.insert(outcome.op.bytes.end(), message.buf,
-                                message.buf + message.len);
-        store(*target, message.buf, message.len, target->offsetBytes);
     }
-    outcome.result = data->nmsgs;
-    return outcome;
+    return 0;
+}
+
+long FakeI2c::transfer(I2cOp::Kind kind, int fd, std::optional<uint16_t> start,
+                       const uint8_t* in, uint8_t* out, size_t length,
+                       long done)
+{
+    I2cOp op = opOf(kind, start.value_or(0));
+    if (in != nullptr)
+    {
+        op.bytes.assign(in, in + length);
+    }
+    return run(op, [&](I2cOp& call) {
+        std::optional<long> shortCount;
+        if (int error = begin(call, fd, std::nullopt, shortCount))
+        {
+            return error;
+        }
+        Device* target = device(call.bus, call.address);
+        if (target == nullptr && !shortCount)
+        {
+            return ENXIO;
+        }
+        // A short count moves only that many bytes.
+        call.result = shortCount.value_or(done);
+        const auto moving = static_cast<size_t>(
+            std::clamp<long>(shortCount.value_or(static_cast<long>(length)), 0,
+                             static_cast<long>(length)));
+        if (target == nullptr)
+        {
+            return 0;
+        }
+        if (start)
+        {
+            target->pointer = *start;
+        }
+        if (in != nullptr)
+        {
+            store(*target, in, moving, start ? 0 : target->offsetBytes);
+        }
+        else if (out != nullptr)
+        {
+            load(*target, out, moving);
+            call.bytes.assign(out, out + moving);
+        }
+        return 0;
+    });
 }
 
 int FakeI2c::open(const std::string& path, int)
 {
-    return static_cast<int>(run([&] {
-        Outcome outcome;
-        outcome.op.kind = Kind::open;
-        auto bus = busOf(path);
-        outcome.op.bus = bus.value_or(-1);
-        if (auto fault = takeFault(Kind::open, outcome.op.bus, 0))
+    return static_cast<int>(run(opOf(Kind::open), [&](I2cOp& call) {
+        if (std::sscanf(path.c_str(), "/dev/i2c-%d", &call.bus) != 1 ||
+            std::find(buses.begin(), buses.end(), call.bus) == buses.end())
         {
-            if (!fault->result)
-            {
-                failWith(outcome, fault->error);
-                return outcome;
-            }
-            outcome.result = *fault->result;
-            return outcome;
+            return ENOENT;
         }
-        if (!bus || std::find(buses.begin(), buses.end(), *bus) == buses.end())
-        {
-            failWith(outcome, ENOENT);
-            return outcome;
-        }
-        int fd = nextFd++;
-        descriptors[fd] = Descriptor{*bus};
+        descriptors[nextFd] = Descriptor{call.bus};
         ++opens;
-        outcome.result = fd;
-        return outcome;
+        call.result = nextFd++;
+        return 0;
     }));
 }
 
 int FakeI2c::close(int fd)
 {
-    return static_cast<int>(run([&] {
-        Outcome outcome;
-        outcome.op.kind = Kind::close;
-        auto found = descriptors.find(fd);
-        if (found == descriptors.end())
+    return static_cast<int>(run(opOf(Kind::close), [&](I2cOp& call) {
+        std::optional<long> unused;
+        if (int error = begin(call, fd, std::nullopt, unused))
         {
-            failWith(outcome, EBADF);
-            return outcome;
+            return error;
         }
-        outcome.op.bus = found->second.bus;
-        outcome.op.address = found->second.address;
-        auto fault = takeFault(Kind::close, outcome.op.bus, outcome.op.address);
-        // As on Linux, the descriptor is gone even when close reports an
-        // error.
-        descriptors.erase(found);
+        descriptors.erase(fd);
         ++closes;
-        if (fault)
-        {
-            if (fault->result)
-            {
-                outcome.result = *fault->result;
-            }
-            else
-            {
-                failWith(outcome, fault->error);
-            }
-        }
-        return outcome;
+        return 0;
     }));
 }
 
 int FakeI2c::setSlave(int fd, unsigned long address)
 {
-    return static_cast<int>(run([&] {
-        Outcome outcome;
-        outcome.op.kind = Kind::setSlave;
-        outcome.op.address = static_cast<uint8_t>(address);
-        auto found = descriptors.find(fd);
-        if (found == descriptors.end())
-        {
-            failWith(outcome, EBADF);
-            return outcome;
-        }
-        outcome.op.bus = found->second.bus;
-        if (address > 0x7F)
-        {
-            failWith(outcome, EINVAL);
-            return outcome;
-        }
-        if (auto fault =
-                takeFault(Kind::setSlave, outcome.op.bus, outcome.op.address))
-        {
-            if (!fault->result)
-            {
-                failWith(outcome, fault->error);
-                return outcome;
-            }
-            outcome.result = *fault->result;
-        }
+    return static_cast<int>(run(opOf(Kind::setSlave), [&](I2cOp& call) {
+        std::optional<long> unused;
         // Whether anything answers there shows only at the first transfer.
-        found->second.address = outcome.op.address;
-        return outcome;
+        int error = begin(call, fd, static_cast<uint8_t>(address), unused);
+        if (error == 0)
+        {
+            descriptors[fd].address = call.address;
+        }
+        return error;
     }));
 }
 
 int FakeI2c::setPec(int fd, unsigned long value)
 {
-    return static_cast<int>(run([&] {
-        Outcome outcome;
-        outcome.op.kind = Kind::setPec;
-        outcome.op.command = static_cast<uint16_t>(value);
-        auto found = descriptors.find(fd);
-        if (found == descriptors.end())
-        {
-            failWith(outcome, EBADF);
-            return outcome;
-        }
-        outcome.op.bus = found->second.bus;
-        outcome.op.address = found->second.address;
-        if (auto fault =
-                takeFault(Kind::setPec, outcome.op.bus, outcome.op.address))
-        {
-            if (!fault->result)
-            {
-                failWith(outcome, fault->error);
-                return outcome;
-            }
-            outcome.result = *fault->result;
-        }
-        found->second.pec = value != 0;
-        return outcome;
+    const I2cOp op = opOf(Kind::setPec, static_cast<uint16_t>(value));
+    return static_cast<int>(run(op, [&](I2cOp& call) {
+        std::optional<long> unused;
+        return begin(call, fd, std::nullopt, unused);
     }));
 }
 
 int FakeI2c::rdwr(int fd, i2c_rdwr_ioctl_data* data)
 {
-    return static_cast<int>(run([&] { return doRdwr(fd, data); }));
+    return static_cast<int>(run(opOf(Kind::rdwr), [&](I2cOp& call) {
+        if (data == nullptr || data->nmsgs == 0)
+        {
+            return EINVAL;
+        }
+        std::optional<long> shortCount;
+        const auto first = static_cast<uint8_t>(data->msgs[0].addr);
+        if (int error = begin(call, fd, first, shortCount))
+        {
+            return error;
+        }
+        // A short count stands for the number of messages done; none ran.
+        call.result = shortCount.value_or(data->nmsgs);
+        bool readSeen = false;
+        for (uint32_t i = 0; i < data->nmsgs && !shortCount; ++i)
+        {
+            const i2c_msg& message = data->msgs[i];
+            Device* target =
+                device(call.bus, static_cast<uint8_t>(message.addr));
+            if (target == nullptr)
+            {
+                return ENXIO;
+            }
+            if ((message.flags & I2C_M_RD) == 0)
+            {
+                call.bytes.insert(call.bytes.end(), message.buf,
+                                  message.buf + message.len);
+                store(*target, message.buf, message.len, target->offsetBytes);
+                continue;
+            }
+            // The offset the first read starts at.
+            call.command = readSeen ? call.command : target->pointer;
+            readSeen = true;
+            load(*target, message.buf, message.len);
+        }
+        return 0;
+    }));
 }
 
 ssize_t FakeI2c::read(int fd, void* buffer, size_t length)
 {
-    return run([&] {
-        return doTransfer(Kind::read, fd, 0, std::nullopt, nullptr,
-                          static_cast<uint8_t*>(buffer), length);
-    });
+    return transfer(Kind::read, fd, std::nullopt, nullptr,
+                    static_cast<uint8_t*>(buffer), length,
+                    static_cast<long>(length));
 }
 
 ssize_t FakeI2c::write(int fd, const void* buffer, size_t length)
 {
-    return run([&] {
-        return doTransfer(Kind::write, fd, 0, std::nullopt,
-                          static_cast<const uint8_t*>(buffer), nullptr, length);
-    });
+    return transfer(Kind::write, fd, std::nullopt,
+                    static_cast<const uint8_t*>(buffer), nullptr, length,
+                    static_cast<long>(length));
 }
 
 int32_t FakeI2c::smbusReadByteData(int fd, uint8_t command)
 {
-    return static_cast<int32_t>(run([&] {
-        uint8_t value = 0;
-        Outcome outcome = doTransfer(Kind::smbusReadByteData, fd, command,
-                                     command, nullptr, &value, 1);
-        if (outcome.error == 0 && !outcome.shortCount)
-        {
-            outcome.result = value;
-        }
-        return outcome;
-    }));
+    uint8_t value = 0;
+    long result =
+        transfer(Kind::smbusReadByteData, fd, command, nullptr, &value, 1, 1);
+    return result == 1 ? value : static_cast<int32_t>(result);
 }
 
 int32_t FakeI2c::smbusWriteByteData(int fd, uint8_t command, uint8_t value)
 {
-    return static_cast<int32_t>(run([&] {
-        Outcome outcome = doTransfer(Kind::smbusWriteByteData, fd, command,
-                                     command, &value, nullptr, 1);
-        if (outcome.error == 0 && !outcome.shortCount)
-        {
-            outcome.result = 0;
-        }
-        return outcome;
-    }));
+    return static_cast<int32_t>(
+        transfer(Kind::smbusWriteByteData, fd, command, &value, nullptr, 1, 0));
 }
 
 int32_t FakeI2c::smbusWriteByte(int fd, uint8_t value)
 {
     // The SMBus send byte: the byte becomes the device's pointer.
-    return static_cast<int32_t>(run([&] {
-        return doTransfer(Kind::smbusWriteByte, fd, value, value, nullptr,
-                          nullptr, 0);
-    }));
+    return static_cast<int32_t>(
+        transfer(Kind::smbusWriteByte, fd, value, nullptr, nullptr, 0, 0));
 }
 
+// libi2c caps a block at 32 bytes.
 int32_t FakeI2c::smbusReadI2cBlockData(int fd, uint8_t command, uint8_t length,
                                        uint8_t* values)
 {
-    // libi2c caps a block at 32 bytes.
-    size_t capped = std::min<size_t>(length, 32);
-    return static_cast<int32_t>(run([&] {
-        return doTransfer(Kind::smbusReadBlock, fd, command, command, nullptr,
-                          values, capped);
-    }));
+    const size_t capped = std::min<size_t>(length, 32);
+    return static_cast<int32_t>(transfer(Kind::smbusReadBlock, fd, command,
+                                         nullptr, values, capped,
+                                         static_cast<long>(capped)));
 }
 
 int32_t FakeI2c::smbusWriteI2cBlockData(int fd, uint8_t command, uint8_t length,
                                         const uint8_t* values)
 {
-    size_t capped = std::min<size_t>(length, 32);
-    return static_cast<int32_t>(run([&] {
-        Outcome outcome = doTransfer(Kind::smbusWriteBlock, fd, command,
-                                     command, values, nullptr, capped);
-        if (outcome.error == 0 && !outcome.shortCount)
-        {
-            outcome.result = 0;
-        }
-        return outcome;
-    }));
+    return static_cast<int32_t>(transfer(Kind::smbusWriteBlock, fd, command,
+                                         values, nullptr,
+                                         std::min<size_t>(length, 32), 0));
 }
 
 } // namespace orvane::test

@@ -54,7 +54,7 @@ struct I2cFault
 // kernel's i2c-dev. A device is a map of registers with a pointer that the
 // first byte(s) of a write set and that reads and writes advance. Devices
 // that were not added don't answer: setting their address works as on
-// Linux, transfers to them fail. Thread-safe.
+// Linux, transfers to them fail with ENXIO. Thread-safe.
 class FakeI2c : public platform::I2cDev
 {
   public:
@@ -64,9 +64,6 @@ class FakeI2c : public platform::I2cDev
     // high byte first.
     void addDevice(int bus, uint8_t address, unsigned offsetBytes = 1);
     void removeDevice(int bus, uint8_t address);
-    // The errno with which a device that isn't there fails its transfers:
-    // ENXIO unless set, EREMOTEIO on some controllers.
-    void setAbsentError(int bus, uint8_t address, int error);
 
     void setRegister(int bus, uint8_t address, uint16_t reg, uint8_t value);
     void setRegisters(int bus, uint8_t address, uint16_t first,
@@ -114,38 +111,26 @@ class FakeI2c : public platform::I2cDev
     {
         int bus;
         uint8_t address = 0;
-        bool pec = false;
-    };
-    using Key = std::pair<int, uint8_t>;
-    // The result to return and the errno to leave, decided under the lock.
-    struct Outcome
-    {
-        I2cOp op;
-        long result = 0;
-        int error = 0;
-        std::optional<long> shortCount;
     };
 
+    // Records the call that `body` carries out under the lock; body gives
+    // back the errno that failed it, or 0.
     template <typename Body>
-    long run(Body&& body);
-    std::optional<I2cFault> takeFault(I2cOp::Kind kind, int bus,
-                                      uint8_t address);
+    long run(I2cOp op, Body&& body);
+    // The descriptor and fault checks that start a call on a descriptor;
+    // the errno that ends it, or 0. A fault with a count instead of an
+    // errno leaves that count in shortCount.
+    int begin(I2cOp& op, int fd, std::optional<uint8_t> target,
+              std::optional<long>& shortCount);
+    // A read or write from the device's pointer, or from `start` (which
+    // the bytes then don't carry); on success the result is `done`.
+    long transfer(I2cOp::Kind kind, int fd, std::optional<uint16_t> start,
+                  const uint8_t* in, uint8_t* out, size_t length, long done);
     Device* device(int bus, uint8_t address);
-    int absentError(int bus, uint8_t address) const;
-    // The descriptor, fault and presence checks that start every transfer.
-    // Null when the transfer must not touch a device: outcome then holds
-    // the failure, or a short count for a device that isn't there.
-    Device* begin(Outcome& outcome, I2cOp::Kind kind, int fd,
-                  std::optional<uint8_t> target = std::nullopt);
-    Outcome doRdwr(int fd, const i2c_rdwr_ioctl_data* data);
-    Outcome doTransfer(I2cOp::Kind kind, int fd, uint16_t command,
-                       std::optional<uint16_t> start, const uint8_t* in,
-                       uint8_t* out, size_t length);
 
     mutable std::mutex mutex;
     std::vector<int> buses;
-    std::map<Key, Device> devices;
-    std::map<Key, int> absentErrors;
+    std::map<std::pair<int, uint8_t>, Device> devices;
     std::map<int, Descriptor> descriptors;
     std::vector<I2cFault> faults;
     std::vector<I2cOp> recorded;

@@ -3,15 +3,20 @@
 namespace orvane::test
 {
 
+int RecordingZellib::record(ZellibCall call)
+{
+    std::lock_guard lock(mutex);
+    recorded.push_back(std::move(call));
+    return 0;
+}
+
 int RecordingZellib::addLog(const std::string& message, int level,
                             const std::string& messageId,
                             const std::string& arg1, const std::string& arg2,
                             const std::string& arg3)
 {
-    std::lock_guard lock(mutex);
-    recorded.push_back({ZellibCall::Kind::log, message, level, messageId, arg1,
-                        arg2, arg3, std::nullopt, false});
-    return 0;
+    return record({ZellibCall::Kind::log, message, level, messageId, arg1, arg2,
+                   arg3, std::nullopt, false});
 }
 
 int RecordingZellib::addNvLog(const std::string& message, int level,
@@ -19,18 +24,14 @@ int RecordingZellib::addNvLog(const std::string& message, int level,
                               const std::string& arg1, const std::string& arg2,
                               const std::string& arg3)
 {
-    std::lock_guard lock(mutex);
-    recorded.push_back({ZellibCall::Kind::nvLog, message, level, messageId,
-                        arg1, arg2, arg3, std::nullopt, false});
-    return 0;
+    return record({ZellibCall::Kind::nvLog, message, level, messageId, arg1,
+                   arg2, arg3, std::nullopt, false});
 }
 
 int RecordingZellib::addI2cLog(int level, I2CLogData* data, bool flag)
 {
-    std::lock_guard lock(mutex);
-    recorded.push_back({ZellibCall::Kind::i2cLog, data->message, level, "", "",
-                        "", "", *data, flag});
-    return 0;
+    return record({ZellibCall::Kind::i2cLog, data->message, level, "", "", "",
+                   "", *data, flag});
 }
 
 std::pair<int, std::string> RecordingZellib::logDump(const std::string& a,
@@ -38,17 +39,15 @@ std::pair<int, std::string> RecordingZellib::logDump(const std::string& a,
                                                      const std::string& c,
                                                      const double& value)
 {
-    std::lock_guard lock(mutex);
-    recorded.push_back({ZellibCall::Kind::dump, std::to_string(value), 0, "", a,
-                        b, c, std::nullopt, false});
+    record({ZellibCall::Kind::dump, std::to_string(value), 0, "", a, b, c,
+            std::nullopt, false});
     return {dumpCode, dumpPath};
 }
 
 void RecordingZellib::setBootTimeFinish(bool value)
 {
-    std::lock_guard lock(mutex);
-    recorded.push_back({ZellibCall::Kind::bootTimeFinish, "", 0, "", "", "", "",
-                        std::nullopt, value});
+    record({ZellibCall::Kind::bootTimeFinish, "", 0, "", "", "", "",
+            std::nullopt, value});
 }
 
 std::vector<ZellibCall> RecordingZellib::calls() const
@@ -59,16 +58,10 @@ std::vector<ZellibCall> RecordingZellib::calls() const
 
 std::vector<ZellibCall> RecordingZellib::calls(ZellibCall::Kind kind) const
 {
-    std::lock_guard lock(mutex);
-    std::vector<ZellibCall> out;
-    for (const auto& call : recorded)
-    {
-        if (call.kind == kind)
-        {
-            out.push_back(call);
-        }
-    }
-    return out;
+    std::vector<ZellibCall> some = calls();
+    std::erase_if(some,
+                  [kind](const ZellibCall& call) { return call.kind != kind; });
+    return some;
 }
 
 void RecordingZellib::clear()

@@ -57,6 +57,8 @@ class RecordingZellib : public logging::Zellib
     std::string dumpPath = "/tmp/dump.tar";
 
   private:
+    int record(ZellibCall call);
+
     mutable std::mutex mutex;
     std::vector<ZellibCall> recorded;
 };

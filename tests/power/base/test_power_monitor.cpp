@@ -1,7 +1,8 @@
-#include "base_test_support.hpp"
+#include "power_board.hpp"
 
 #include "orvane/base_detail.hpp"
 #include "orvane/power_monitor.hpp"
+#include "utils/i2c_ops.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,91 +12,56 @@ namespace orvane::test
 namespace
 {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
-using testing::IsEmpty;
-using testing::Not;
-using testing::SizeIs;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
 
 constexpr const char* criticalOem =
     "ResourceEvent.1.2.1.ResourceStatusChangedCriticalOEM";
 constexpr MonitorEntry moduleEntry{18, 0xFF, 0x61, 0x56, 3};
 
-ubbsim::Fault fault(const std::string& kind)
-{
-    ubbsim::Fault made;
-    made.kind = kind;
-    return made;
-}
-
 ubbsim::Scenario runningWith(std::vector<ubbsim::Fault> faults)
 {
     ubbsim::Scenario scenario = warmBoard(true);
-    for (ubbsim::Fault& each : faults)
-    {
-        faultAt(scenario, each);
-    }
+    scenario.faults = std::move(faults);
     return scenario;
 }
 
-size_t criticalReports(const BaseBoard& b)
+ubbsim::Fault sgpio(const std::string& fpga, int bits)
+{
+    ubbsim::Fault fault = faultOf("sgpio");
+    fault.fpga = fpga;
+    fault.value = bits;
+    return fault;
+}
+
+// One monitor round on a running board.
+void round(PowerBoard& b, std::string* out = nullptr)
+{
+    b.runningState();
+    std::string text = console([&] { detail::PowerMonitorRound(b.state); });
+    if (out != nullptr)
+    {
+        *out = text;
+    }
+}
+
+size_t criticalReports(const PowerBoard& b)
 {
     return b.nvEvents("UBBPowerStatusCritical").size() +
            b.nvEvents("OAMPowerStatusCritical").size();
 }
 
-TEST(PowerMonitorRound, HealthyBoardWatchesEverySignalAndTheFpgas)
-{
-    BaseBoard b(warmBoard(true));
-    b.runningState();
-    Console console;
-
-    detail::PowerMonitorRound(b.state);
-
-    // Seventeen signals, a second's pause after each.
-    EXPECT_GE(b.fx.seconds(), 17.0);
-    EXPECT_LT(b.fx.seconds(), 18.0);
-    EXPECT_TRUE(b.state.ubbFpgaStatus);
-    EXPECT_TRUE(b.state.smcFpgaStatus);
-    EXPECT_THAT(b.published("UBBFPGAStatus"), ElementsAre("True"));
-    EXPECT_THAT(b.published("SMCFPGAStatus"), ElementsAre("True"));
-    EXPECT_THAT(b.fx.fake.zellib.calls(ZellibCall::Kind::log), IsEmpty());
-    EXPECT_FALSE(b.state.baseDownRequest);
-}
-
-TEST(PowerMonitorRound, LostFpgaRailIsReportedButPowerStays)
-{
-    ubbsim::Fault drop = fault("railDrop");
-    drop.rail = "VCC_BRAM_FPGA";
-    BaseBoard b(runningWith({drop}));
-    b.runningState();
-    Console console;
-
-    detail::PowerMonitorRound(b.state);
-
-    EXPECT_EQ(b.state.sequenceEvent, 2U);
-    auto reports = b.nvEvents("UBBPowerStatusCritical");
-    ASSERT_THAT(reports, SizeIs(1));
-    EXPECT_EQ(reports[0].arg1, "VCC_BRAM_FPGA");
-    EXPECT_FALSE(b.state.baseDownRequest);
-    EXPECT_TRUE(b.state.basePowerStatus);
-    // The rail read fine: no I2C record.
-    EXPECT_THAT(b.fx.fake.zellib.calls(ZellibCall::Kind::i2cLog), IsEmpty());
-    EXPECT_THAT(console.text(),
-                HasSubstr("PWRMON_PwrGd_Chk VCC_BRAM_FPGA power good fail"));
-}
-
 TEST(PowerMonitorRound, LostK517RailIsOnlyNoted)
 {
-    ubbsim::Fault drop = fault("railDrop");
+    ubbsim::Fault drop = faultOf("railDrop");
     drop.rail = "1V8_RT47_K517";
-    BaseBoard b(runningWith({drop}));
-    b.runningState();
-    Console console;
+    PowerBoard b(runningWith({drop}));
+    std::string out;
+    round(b, &out);
 
-    detail::PowerMonitorRound(b.state);
-
-    EXPECT_THAT(console.text(), HasSubstr("PowerMonitor k517 rt rail failed."));
+    EXPECT_THAT(out, HasSubstr("PowerMonitor k517 rt rail failed."));
     EXPECT_EQ(criticalReports(b), 0U);
     EXPECT_FALSE(b.state.baseDownRequest);
     // The retimer, OAM and module lists and the SGPIO wait for next round.
@@ -105,13 +71,11 @@ TEST(PowerMonitorRound, LostK517RailIsOnlyNoted)
 
 TEST(PowerMonitorRound, LostModuleEndsBasePowerUnlessOamZeroWasDown)
 {
-    ubbsim::Fault lost = fault("moduleGoodLost");
+    ubbsim::Fault lost = faultOf("moduleGoodLost");
     lost.oam = 4;
-    BaseBoard b(runningWith({lost}));
-    b.runningState();
-    Console console;
-
-    detail::PowerMonitorRound(b.state);
+    PowerBoard b(runningWith({lost}));
+    std::string out;
+    round(b, &out);
 
     EXPECT_EQ(b.state.sequenceEvent, sequence_event::module);
     EXPECT_TRUE(b.state.baseDownRequest);
@@ -123,7 +87,7 @@ TEST(PowerMonitorRound, LostModuleEndsBasePowerUnlessOamZeroWasDown)
     auto reports = b.nvEvents("OAMPowerStatusCritical");
     ASSERT_THAT(reports, SizeIs(1));
     EXPECT_EQ(reports[0].arg1, "Module");
-    EXPECT_THAT(console.text(), HasSubstr("PowerMonitor Module fail."));
+    EXPECT_THAT(out, HasSubstr("PowerMonitor Module fail."));
 
     // Only a board whose power-on saw OAM_0 good (moduleGoodMask bit 0) is
     // judged.
@@ -136,7 +100,7 @@ TEST(PowerMonitorRound, LostModuleEndsBasePowerUnlessOamZeroWasDown)
 
 TEST(PowerMonitorChecks, RunningSequenceMakesTheMonitorStepAside)
 {
-    BaseBoard b(warmBoard(true));
+    PowerBoard b(warmBoard(true));
     b.runningState();
     b.state.baseTransition = true;
     b.state.baseDownRequest = true;
@@ -178,12 +142,11 @@ TEST(PowerMonitorErrorHandle, EachEventHasItsConsequence)
     for (const Case& c : cases)
     {
         FakePlatform fake;
-        Console console;
         OrvaneSvcState state;
         state.sequenceEvent = c.event;
         state.baseDownRequest = true;
 
-        PWRMON_errorHandle(state);
+        std::string out = console([&] { PWRMON_errorHandle(state); });
 
         EXPECT_EQ(state.baseDownRequest, c.downRequest) << c.event;
         auto entries = fake.zellib.calls(ZellibCall::Kind::nvLog);
@@ -196,15 +159,16 @@ TEST(PowerMonitorErrorHandle, EachEventHasItsConsequence)
             ASSERT_THAT(entries, SizeIs(1)) << c.event;
             EXPECT_EQ(entries[0].messageId, c.report);
         }
-        const bool logged =
-            console.text().find("PowerMonitor ") != std::string::npos;
+        const bool logged = occurrences(out, "PowerMonitor ") > 0;
         EXPECT_EQ(logged, c.event >= 6 && c.event <= 18 && c.event != 14 &&
                               c.event != 15 && c.event != 16)
             << c.event;
     }
 }
 
-// The SMC FPGA's status is read in the light of the UBB FPGA's.
+// Each round watches seventeen signals, a second's pause after each, and
+// publishes the FPGAs' statuses; the SMC FPGA's is read in the light of the
+// UBB FPGA's.
 TEST(PowerMonitorRound, FpgaStatusesFromTheirSgpio)
 {
     struct Case
@@ -221,38 +185,106 @@ TEST(PowerMonitorRound, FpgaStatusesFromTheirSgpio)
     };
     for (const Case& c : cases)
     {
-        std::vector<ubbsim::Fault> faults;
+        ubbsim::Scenario scenario = warmBoard(true);
         if (c.ubbFault)
         {
-            ubbsim::Fault bits = fault("sgpio");
-            bits.fpga = "ubb";
-            bits.value = 0x20;
-            faults.push_back(bits);
+            scenario.faults.push_back(sgpio("ubb", 0x20));
         }
-        if (c.smc == 1)
+        if (c.smc != 0)
         {
-            ubbsim::Fault bits = fault("sgpio");
-            bits.fpga = "smc";
-            bits.value = 0x01;
-            faults.push_back(bits);
+            scenario.faults.push_back(c.smc == 1 ? sgpio("smc", 0x01)
+                                                 : silent(12, 0x23));
         }
-        if (c.smc == -1)
+        PowerBoard b(scenario);
+        round(b);
+
+        SCOPED_TRACE(testing::Message() << c.ubbFault << " " << c.smc);
+        EXPECT_EQ(b.state.ubbFpgaStatus, c.ubbStatus);
+        EXPECT_EQ(b.state.smcFpgaStatus, c.smcStatus);
+        EXPECT_THAT(b.published("UBBFPGAStatus"),
+                    ElementsAre(c.ubbStatus ? "True" : "False"));
+        EXPECT_THAT(b.published("SMCFPGAStatus"),
+                    ElementsAre(c.smcStatus ? "True" : "False"));
+        EXPECT_FALSE(b.state.baseDownRequest);
+        if (!c.ubbFault && c.smc == 0)
         {
-            ubbsim::Fault silent = fault("nack");
-            silent.bus = 12;
-            silent.address = 0x23;
-            faults.push_back(silent);
+            EXPECT_GE(b.fx.seconds(), 17.0);
+            EXPECT_LT(b.fx.seconds(), 18.0);
+            EXPECT_THAT(b.fx.fake.zellib.calls(ZellibCall::Kind::log),
+                        IsEmpty());
         }
-        BaseBoard b(runningWith(faults));
-        b.runningState();
-        Console console;
+    }
+}
 
-        detail::PowerMonitorRound(b.state);
+uint8_t status(int bus, uint8_t address)
+{
+    int event = 0;
+    uint8_t value = 0xAA;
+    EXPECT_TRUE(I2CSmbusReadBlock(&event, bus, address, 0xE0, &value, 1));
+    return value;
+}
 
-        EXPECT_EQ(b.state.ubbFpgaStatus, c.ubbStatus)
-            << c.ubbFault << " " << c.smc;
-        EXPECT_EQ(b.state.smcFpgaStatus, c.smcStatus)
-            << c.ubbFault << " " << c.smc;
+// Fault bits are cleared by writing them back; 0x08 and 0x80 are no faults
+// and stay.
+TEST(Sgpio, FaultBitsAreClearedByWritingThemBack)
+{
+    VirtualBoardFixture fx(
+        runningWith({sgpio("ubb", 0x88 | 0x04), sgpio("smc", 0x88)}));
+    OrvaneSvcState state;
+
+    EXPECT_EQ(ReadUbbFpgaSgpio(state), 0);
+    EXPECT_EQ(status(3, 0x56), 0x00);
+    EXPECT_EQ(ReadUbbFpgaSgpio(state), 1);
+    EXPECT_EQ(ReadSmcFpgaSgpio(), 0);
+    EXPECT_EQ(status(12, 0x23), 0x88);
+}
+
+TEST(Sgpio, InitialisationClearsEverySetBit)
+{
+    VirtualBoardFixture fx(
+        runningWith({sgpio("smc", 0x88), sgpio("ubb", 0x11)}));
+
+    std::string out = console([] {
+        InitSmcFpgaSgpio();
+        InitUbbFpgaSgpio();
+    });
+
+    EXPECT_EQ(status(12, 0x23), 0x00);
+    EXPECT_EQ(status(3, 0x56), 0x00);
+    EXPECT_THAT(out, HasSubstr("Success to clear the bits of UBB "
+                               "FPGA SGPIO status. Current status: "
+                               "0x0"));
+}
+
+// A fault and an RM that can't be read both end the supervising loop's
+// retries.
+TEST(RmEfuse, FaultOrMissingRmFailsTheCheck)
+{
+    ubbsim::Fault efuse = faultOf("efuse");
+    efuse.oam = 2;
+    efuse.value = 0x01;
+    struct Case
+    {
+        std::vector<ubbsim::Fault> faults;
+        uint32_t result;
+        const char* line;
+    };
+    const Case cases[] = {
+        {{}, 1, ""},
+        {{efuse}, 0, "RM2 detect the eFuse state fault,eFuse value 0x1"},
+        {{silent(7, 0x56)},
+         0,
+         "Fail to read RM2(channel 7) slave address 0x56 register address "
+         "0xf24b"},
+    };
+    for (const Case& c : cases)
+    {
+        VirtualBoardFixture fx(runningWith(c.faults));
+        OrvaneSvcState state;
+        std::string out = console([&] {
+            EXPECT_EQ(CheckRmEfuseFault(state) != 0, c.result != 0) << c.line;
+        });
+        EXPECT_THAT(out, HasSubstr(c.line));
     }
 }
 

@@ -1,7 +1,7 @@
-#include "output_capture.hpp"
-#include "virtual_board_fixture.hpp"
+#include "power_board.hpp"
 
 #include "fakes/bus_fixture.hpp"
+#include "fakes/console_capture.hpp"
 #include "neighbours/neighbours.hpp"
 #include "orvane/power_service.hpp"
 #include "utils/dbus_handler.hpp"
@@ -34,11 +34,6 @@ constexpr const char* chassisOn =
     "xyz.openbmc_project.State.Chassis.PowerState.On";
 constexpr const char* chassisOff =
     "xyz.openbmc_project.State.Chassis.PowerState.Off";
-
-size_t lines(const std::string& text)
-{
-    return static_cast<size_t>(std::count(text.begin(), text.end(), '\n'));
-}
 
 template <typename Condition>
 bool eventually(Condition condition)
@@ -138,56 +133,6 @@ TEST(PowerService, FirstValuesComeFromTheState)
 }
 
 using Properties = std::map<std::string, sdbus::Variant>;
-using Interfaces = std::map<std::string, Properties>;
-
-// Property names by interface, for the VR_Info interfaces of one object;
-// every value must be an empty string.
-std::map<std::string, std::vector<std::string>> vrInterfaces(
-    const Interfaces& interfaces)
-{
-    std::map<std::string, std::vector<std::string>> found;
-    for (const auto& [name, properties] : interfaces)
-    {
-        for (const auto& [property, value] : properties)
-        {
-            if (name.starts_with(vrInfoInterface))
-            {
-                EXPECT_EQ(value.get<std::string>(), "") << name << property;
-                found[name].push_back(property);
-            }
-        }
-    }
-    return found;
-}
-
-TEST(PowerService, VrInfoTreeStartsEmpty)
-{
-    std::map<sdbus::ObjectPath, Interfaces> objects;
-    sdbus::createProxy(orvaneBusName, "/")
-        ->callMethod("GetManagedObjects")
-        .onInterface("org.freedesktop.DBus.ObjectManager")
-        .storeResultsTo(objects);
-
-    auto summaries = vrInterfaces(objects[vrInfoPath]);
-    EXPECT_EQ(summaries.size(), 9u);
-    for (std::string module : {"OAM_0", "OAM_7", "UBB"})
-    {
-        const std::string summary = std::string(vrInfoInterface) + "." + module;
-        EXPECT_EQ(summaries[summary].size(), 29u) << module;
-        EXPECT_THAT(summaries[summary],
-                    ::testing::IsSupersetOf(
-                        {"HW_DESIGN", "VR_CONFIG_DIR", "VR_CONFIG_VERSION",
-                         "THERMAL_INFO", "PART_NUMBER", "VRSlaveAddr_12",
-                         "Writecycles_12"}));
-
-        auto details = vrInterfaces(
-            objects[sdbus::ObjectPath(std::string(vrInfoPath) + "/" + module)]);
-        EXPECT_EQ(details.size(), 12u) << module;
-        EXPECT_THAT(details[summary + ".VR12"],
-                    ::testing::UnorderedElementsAre(
-                        "Name", "Model", "VRSlaveAddr", "Writecycles"));
-    }
-}
 
 TEST(PowerService, SetPropertyPublishesTheTexts)
 {
@@ -215,7 +160,7 @@ TEST(PowerService, SetPropertyPublishesTheTexts)
     EXPECT_THAT(out, HasSubstr("] [set_property] Dbus property UBBFpgaStatus "
                                "is unreachable in Dbus interface "
                                "xyz.openbmc_project.Orvane.Power_Status\n"));
-    EXPECT_EQ(lines(out), 1u) << out;
+    EXPECT_EQ(occurrences(out, "\n"), 1u) << out;
     EXPECT_EQ(status("UBBFPGAStatus"), "False");
 }
 
@@ -290,7 +235,7 @@ TEST(PowerService, MissingChassisServiceCostsElevenTries)
                                "org.freedesktop.DBus.Error.ServiceUnknown: "));
     // The error text ends in a line feed of its own.
     EXPECT_THAT(out, ::testing::EndsWith("\n\n"));
-    EXPECT_EQ(lines(out), 12u);
+    EXPECT_EQ(occurrences(out, "\n"), 12u);
 }
 
 TEST(PowerService, RegistrationsRunBeforeReady)
@@ -312,7 +257,7 @@ TEST(PowerService, TakenNameEndsOnlyThatThread)
 
     EXPECT_THAT(out, HasSubstr("[ERROR \"power_service.cpp\":"));
     EXPECT_THAT(out, HasSubstr("sd_bus_request_name"));
-    EXPECT_EQ(lines(out), 1u) << out;
+    EXPECT_EQ(occurrences(out, "\n"), 1u) << out;
     EXPECT_TRUE(DbusReady());
     EXPECT_NE(status("SMCFPGAStatus"), "");
 }

@@ -1,6 +1,7 @@
-#include "output_capture.hpp"
-#include "virtual_board_fixture.hpp"
+#include "power_board.hpp"
 
+#include "fakes/console_capture.hpp"
+#include "fakes/fake_platform.hpp"
 #include "orvane/rail_engine.hpp"
 #include "orvane/rail_tables.hpp"
 #include "utils/i2c_ops.hpp"
@@ -16,7 +17,9 @@ namespace orvane::test
 namespace
 {
 
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using Kind = I2cOp::Kind;
 
 // The rails on the virtual board, with the expander's banks made outputs
 // as the SMC FPGA's set-up leaves them.
@@ -67,9 +70,7 @@ TEST_F(RailBoardTest, HealthyRailsComeUpOneWriteEach)
     EXPECT_LT(fx.seconds(), 0.6);
 }
 
-// The cycle list takes the k517 rails down; the standby-off list's AND mask
-// for event 10 leaves that rail's enable bit set, so it fails there.
-TEST_F(RailBoardTest, K517OffListsKeepTheirMasks)
+TEST_F(RailBoardTest, K517CycleListTakesTheRailsDown)
 {
     console([&] {
         ASSERT_TRUE(switchRails(k517RailsOn, k517Bank, true));
@@ -77,21 +78,11 @@ TEST_F(RailBoardTest, K517OffListsKeepTheirMasks)
     });
     EXPECT_EQ(bankValue(k517Bank), 0x00);
     EXPECT_EQ(state.sequenceEvent, sequence_event::none);
-
-    std::string out = console([&] {
-        ASSERT_TRUE(switchRails(k517RailsOn, k517Bank, true));
-        EXPECT_FALSE(switchRails(k517RailsOffStandby, k517Bank, false));
-    });
-    EXPECT_EQ(state.sequenceEvent, 10u);
-    EXPECT_THAT(out, HasSubstr("] 1V8_RT03fail after a third\n"));
-    EXPECT_EQ(bankValue(k517Bank), 0x20);
 }
 
 ubbsim::Scenario stuckBram()
 {
-    ubbsim::Scenario scenario = VirtualBoardFixture::healthyBoard();
-    scenario.faults.push_back({});
-    scenario.faults.back().kind = "railNoPowerGood";
+    ubbsim::Scenario scenario = withFault("railNoPowerGood");
     scenario.faults.back().rail = "VCC_BRAM_FPGA";
     return scenario;
 }
@@ -159,16 +150,6 @@ TEST(RailEngine, EnableFailureIsReportedWithTheI2CCode)
         EXPECT_EQ(records[i].i2c->reg, fpgaBank);
         EXPECT_TRUE(records[i].i2c->readFailed);
     }
-}
-
-TEST(RailEngine, EventNames)
-{
-    FakePlatform fake;
-    std::string name = "stale";
-    EXPECT_TRUE(GetEventName(19, name));
-    EXPECT_EQ(name, "");
-    std::string out = console([&] { EXPECT_FALSE(GetEventName(16, name)); });
-    EXPECT_THAT(out, HasSubstr("] There is no matched event number\n"));
 }
 
 // Power good readings on a fake bus whose time moves with each transfer.
@@ -263,6 +244,145 @@ TEST_F(PowerGoodReadingTest, DiagnosticEventsOnlyWithBothPowersOn)
             EXPECT_EQ(events[0].arg1, c.argument);
             EXPECT_THAT(events[0].message, ::testing::EndsWith(c.textEnd));
         }
+    }
+}
+
+constexpr int bus = 4;
+constexpr uint8_t device = 0x25;
+constexpr uint8_t reg = 0x0A;
+
+// Both forms of the read-modify-write behind one signature (the retrying
+// one takes its two results the other way round).
+struct Form
+{
+    const char* name;
+    bool (*update)(int& code, uint8_t mask, uint8_t& written, uint8_t& readback,
+                   bool on, bool verify);
+};
+
+const Form forms[] = {
+    {"OneTry",
+     [](int& code, uint8_t mask, uint8_t& written, uint8_t& readback, bool on,
+        bool verify) {
+         OrvaneSvcState state;
+         return UpdateBits(state, code, bus, device, reg, mask, written,
+                           readback, on, verify);
+     }},
+    {"Retrying",
+     [](int& code, uint8_t mask, uint8_t& written, uint8_t& readback, bool on,
+        bool verify) {
+         OrvaneSvcState state;
+         return UpdateBitsRetry(state, code, 3, bus, device, reg, mask,
+                                readback, written, on, verify, true, "Bank");
+     }},
+};
+
+class UpdateBitsTest : public ::testing::TestWithParam<Form>
+{
+  protected:
+    UpdateBitsTest()
+    {
+        fake.i2c.addDevice(bus, device);
+    }
+
+    bool update(uint8_t mask, bool on, bool verify)
+    {
+        fake.i2c.clearOperations();
+        written = readback = 0xAA;
+        return GetParam().update(code, mask, written, readback, on, verify);
+    }
+
+    size_t count(Kind kind) const
+    {
+        return fake.i2c.operations(kind).size();
+    }
+
+    FakePlatform fake;
+    int code = 0;
+    uint8_t written = 0;
+    uint8_t readback = 0;
+};
+
+// The mask is ORed in for on and ANDed as it stands for off.
+TEST_P(UpdateBitsTest, ReadModifyWrite)
+{
+    fake.i2c.setRegister(bus, device, reg, 0x41);
+    EXPECT_TRUE(update(0x02, true, true));
+    EXPECT_EQ(written, 0x43);
+    EXPECT_EQ(readback, 0x43);
+    EXPECT_EQ(count(Kind::smbusReadBlock), 2u);
+    EXPECT_THAT(fake.i2c.operations(Kind::write)[0].bytes,
+                ElementsAre(reg, 0x43));
+
+    EXPECT_TRUE(update(0xBF, false, false));
+    EXPECT_EQ(written, 0x03);
+    EXPECT_EQ(readback, 0x00);
+    EXPECT_EQ(count(Kind::smbusReadBlock), 1u);
+}
+
+// A device that drops a bit it was given: the read-back shows what it kept.
+TEST_P(UpdateBitsTest, WrittenAndReadBackAreDistinct)
+{
+    fake.i2c.setObserver([this](const I2cOp& op) {
+        if (op.kind == Kind::write && op.bytes.size() == 2)
+        {
+            fake.i2c.setRegister(bus, device, reg, op.bytes[1] & 0x7F);
+        }
+    });
+    EXPECT_TRUE(update(0x81, true, true));
+    EXPECT_EQ(written, 0x81);
+    EXPECT_EQ(readback, 0x01);
+}
+
+TEST_P(UpdateBitsTest, FailedStepIsNamedAndEndsTheUpdate)
+{
+    fake.i2c.inject({Kind::smbusReadBlock, bus, device, EIO, std::nullopt, -1});
+    std::string out = console([&] { EXPECT_FALSE(update(0x02, true, true)); });
+    EXPECT_THAT(out, HasSubstr("] Fail to Read Channel 4 Slave address 0x0025 "
+                               "Register 0x0a\n"));
+    EXPECT_EQ(count(Kind::write), 0u);
+
+    fake.i2c.clearFaults();
+    fake.i2c.inject({Kind::write, bus, device, EIO, std::nullopt, -1});
+    out = console([&] { EXPECT_FALSE(update(0x02, true, true)); });
+    EXPECT_THAT(out, HasSubstr("] Fail to Write Channel 4 Slave address "
+                               "0x0025 Register 0x0a\n"));
+    EXPECT_EQ(count(Kind::smbusReadBlock), 1u);
+    EXPECT_EQ(code, 4);
+}
+
+INSTANTIATE_TEST_SUITE_P(Forms, UpdateBitsTest, ::testing::ValuesIn(forms),
+                         [](const auto& info) { return info.param.name; });
+
+// The retrying form rides out short trouble; `check` decides whether the
+// failed attempts reach the I2C log.
+TEST(UpdateBitsRetry, CheckDecidesWhatIsReported)
+{
+    for (bool check : {true, false})
+    {
+        FakePlatform fake;
+        fake.i2c.addDevice(bus, device);
+        fake.i2c.inject({Kind::write, bus, device, EIO, std::nullopt, 2});
+        OrvaneSvcState state;
+        int code = 0;
+        uint8_t readback = 0;
+        uint8_t written = 0;
+
+        console([&] {
+            EXPECT_TRUE(UpdateBitsRetry(state, code, 3, bus, device, reg, 0x02,
+                                        readback, written, true, true, check,
+                                        "Expander bank"));
+        });
+        EXPECT_EQ(fake.i2c.operations(Kind::write).size(), 3u);
+        auto records = fake.zellib.calls(ZellibCall::Kind::i2cLog);
+        if (!check)
+        {
+            EXPECT_TRUE(records.empty());
+            continue;
+        }
+        ASSERT_EQ(records.size(), 2u);
+        EXPECT_EQ(records[0].i2c->message, "Expander bank failure. Retry 1");
+        EXPECT_TRUE(records[1].i2c->writeFailed);
     }
 }
 

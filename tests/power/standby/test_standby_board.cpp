@@ -1,6 +1,6 @@
 // The standby stages on the virtual board, from a cold or a warm start.
 
-#include "standby_support.hpp"
+#include "power_board.hpp"
 
 #include "orvane/hotswap_setup.hpp"
 #include "orvane/oam_presence.hpp"
@@ -33,16 +33,13 @@ const std::string rescan =
 const std::string rmRecovery = "/usr/share/images/rm_recovery.sh 2>&1 | tee "
                                "/run/initramfs/log_nv/rm_recovery.log";
 
-ubbsim::Scenario withFault(const std::string& kind, int count = -1,
-                           const std::string& rail = "", int value = 0)
+ubbsim::Scenario faulty(const std::string& kind, int count,
+                        const std::string& rail, int value)
 {
-    ubbsim::Scenario scenario = VirtualBoardFixture::healthyBoard();
-    ubbsim::Fault fault;
-    fault.kind = kind;
-    fault.count = count;
-    fault.rail = rail;
-    fault.value = value;
-    scenario.faults.push_back(fault);
+    ubbsim::Scenario scenario = withFault(kind);
+    scenario.faults.back().count = count;
+    scenario.faults.back().rail = rail;
+    scenario.faults.back().value = value;
     return scenario;
 }
 
@@ -67,7 +64,7 @@ TEST(StandbyBoardTest, ColdBoardComesUpStageByStage)
     auto scenario = VirtualBoardFixture::healthyBoard();
     scenario.oams[5].present = false;
     scenario.oams[2].dacValue = 0xE002; // not what a KV35 board holds
-    StandbyBoard b(scenario);
+    PowerBoard b(scenario);
     bool up = false;
     std::string out = console([&] { up = b.runStandby(); });
     ASSERT_TRUE(up) << out;
@@ -137,35 +134,12 @@ TEST(StandbyBoardTest, ColdBoardComesUpStageByStage)
     EXPECT_THAT(out, HasSubstr("doesn't match expected.read value is736"));
 }
 
-TEST(StandbyBoardTest, WarmResetWithPowerGoodOnlyPublishes)
-{
-    auto scenario = VirtualBoardFixture::healthyBoard();
-    scenario.start = ubbsim::ResetKind::warm;
-    scenario.baseWasOn = true; // every fitted OAM still good
-    StandbyBoard b(scenario);
-    uint32_t result = 0;
-    std::string out = console([&] { result = Stby_Pwr_on_Sqnc_1(b.state); });
-
-    EXPECT_NE(result, 0U);
-    EXPECT_THAT(out, HasSubstr("Warm reset detected, checking OAM power-good"));
-    EXPECT_THAT(out, HasSubstr("Skip Stby_Pwr_on_Sqnc,because power good is "
-                               "assert."));
-    EXPECT_THAT(b.gpio.writes(), IsEmpty());
-    EXPECT_TRUE(b.state.ubbFpgaConfigured);
-    EXPECT_TRUE(b.state.standbyPowerStatus);
-    EXPECT_THAT(b.published("StandbyPowerStatus"), ElementsAre("Off", "On"));
-    EXPECT_EQ(productTable[0], productKV35);
-    EXPECT_THAT(
-        eventsWithId(b.fx.fake.zellib, "ResourceEvent.1.2.1.ResourcePoweredOn"),
-        SizeIs(2));
-}
-
 TEST(StandbyBoardTest, FpgaActivationTimeoutIsRetriedOnce)
 {
     for (int timeouts : {1, 2})
     {
         SCOPED_TRACE(timeouts);
-        StandbyBoard b(withFault("fpgaTimeout", timeouts));
+        PowerBoard b(faulty("fpgaTimeout", timeouts, "", 0));
         ASSERT_NE(Stby_Pwr_on_Sqnc_1(b.state), 0U);
         ASSERT_NE(Stby_Pwr_on_FpgaRail(b.state), 0U);
         double start = b.fx.seconds();
@@ -201,7 +175,7 @@ TEST(StandbyBoardTest, FpgaActivationTimeoutIsRetriedOnce)
 
 TEST(StandbyBoardTest, OamRailWithoutPowerGoodStopsStageTwo)
 {
-    StandbyBoard b(withFault("railNoPowerGood", -1, "P3V3_OAM_47"));
+    PowerBoard b(faulty("railNoPowerGood", -1, "P3V3_OAM_47", 0));
     ASSERT_TRUE(b.runToStage2());
     EXPECT_EQ(Stby_Pwr_on_Sqnc_2(b.state), 0U);
 
@@ -214,27 +188,9 @@ TEST(StandbyBoardTest, OamRailWithoutPowerGoodStopsStageTwo)
     EXPECT_THAT(b.fx.fake.shell.commands(), Not(Contains(rescan)));
 }
 
-TEST(StandbyBoardTest, MixedProductsStopBeforeRmRecovery)
-{
-    auto scenario = VirtualBoardFixture::healthyBoard();
-    scenario.oams[6].fru.productName = "OAM KV30 AC B";
-    StandbyBoard b(scenario);
-    ASSERT_TRUE(b.runToStage2());
-    uint32_t result = 1;
-    std::string out = console([&] { result = Stby_Pwr_on_Sqnc_2(b.state); });
-
-    EXPECT_EQ(result, 0U);
-    EXPECT_THAT(out, HasSubstr("OAM_6: Mixed OAM is detected."));
-    EXPECT_THAT(out, HasSubstr("OAM_6: Different product with UBB."));
-    EXPECT_THAT(out, HasSubstr("Mixed OAM or UBB detected. System boot will "
-                               "stop."));
-    EXPECT_THAT(b.fx.fake.shell.commands(), Not(Contains(rmRecovery)));
-    EXPECT_THAT(b.fx.board->summary()[1], HasSubstr("OAM mux in reset"));
-}
-
 TEST(StandbyBoardTest, MisconfiguredEmc1438IsReportedAndStandbyGoesOn)
 {
-    StandbyBoard b(withFault("emcMisconfig", -1, "", 0x0C));
+    PowerBoard b(faulty("emcMisconfig", -1, "", 0x0C));
     ASSERT_TRUE(b.runToStage2());
     std::string out;
     out = console([&] { EXPECT_NE(Stby_Pwr_on_Sqnc_2(b.state), 0U); });
@@ -264,7 +220,7 @@ TEST(StandbyBoardTest, RmRecoveryMarkersCountOnlyAfterAGoodScript)
     for (int status : {0, 256})
     {
         SCOPED_TRACE(status);
-        StandbyBoard b;
+        PowerBoard b;
         b.fx.fake.shell.statusFor[rmRecovery] = status;
         std::filesystem::create_directories(platform::path("/tmp"));
         std::ofstream(platform::path("/tmp/2.rm_recovered")).close();
@@ -304,7 +260,7 @@ TEST(StandbyBoardTest, RegulatorPowerForUpdateNeedsHotswapGood)
         SCOPED_TRACE(hotswapFails);
         auto scenario = hotswapFails ? withFault("hotswapNoGood")
                                      : VirtualBoardFixture::healthyBoard();
-        StandbyBoard b(scenario);
+        PowerBoard b(scenario);
         ASSERT_TRUE(b.runStandby());
         ASSERT_NE(CycleOamRail(b.state), 0U);
         EXPECT_THAT(b.fx.board->summary()[0], HasSubstr("OAM on"));

@@ -71,18 +71,6 @@ int BoardHarness::read(int bus, uint16_t address, uint8_t reg)
     return result < 0 ? result : out.at(0);
 }
 
-int BoardHarness::readRm(int bus, uint16_t offset)
-{
-    std::vector<I2cSegment> segments{
-        {0x56,
-         false,
-         0,
-         {static_cast<uint8_t>(offset >> 8), static_cast<uint8_t>(offset)}},
-        {0x56, true, 1, {}}};
-    int result = dut->transfer(bus, segments, false);
-    return result < 0 ? result : segments[1].data.at(0);
-}
-
 int BoardHarness::drive(const std::string& line, int value)
 {
     uint32_t handle = 0;
@@ -109,6 +97,10 @@ int BoardHarness::level(const std::string& line)
 
 void BoardHarness::configureExpander()
 {
+    // The direction registers as the daemon's start-up leaves them, so that
+    // the banks drive their pins.
+    constexpr std::pair<uint8_t, uint8_t> directions[] = {
+        {0x18, 0x00}, {0x19, 0xF0}, {0x1A, 0x01}, {0x1B, 0xCF}};
     for (auto [reg, value] : directions)
     {
         write(4, 0x25, {reg, value});

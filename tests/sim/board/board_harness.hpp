@@ -1,10 +1,9 @@
 #pragma once
 
-#include "common/vcd_reader.hpp"
-
 #include "board/board.hpp"
 #include "board/board_time.hpp"
 #include "board/virtual_board.hpp"
+#include "common/vcd_reader.hpp"
 
 #include <atomic>
 #include <cstdint>
@@ -52,11 +51,6 @@ inline Fault fault(std::string kind, double at = 0,
     return made;
 }
 
-// The register values that the daemon's start-up leaves in the SMC FPGA
-// expander's direction registers, so that the banks drive their pins.
-inline constexpr std::pair<uint8_t, uint8_t> directions[] = {
-    {0x18, 0x00}, {0x19, 0xF0}, {0x1A, 0x01}, {0x1B, 0xCF}};
-
 // A board on manual time, reached the way the daemon's backends reach it.
 class BoardHarness
 {
@@ -83,8 +77,6 @@ class BoardHarness
     int read(int bus, uint16_t address, uint8_t reg);
     int readBlock(int bus, uint16_t address, uint8_t reg, size_t length,
                   std::vector<uint8_t>& out);
-    // RM registers: a 16-bit offset, high byte first.
-    int readRm(int bus, uint16_t offset);
 
     // As the daemon drives a line: request as output, drive, let go.
     int drive(const std::string& line, int value);

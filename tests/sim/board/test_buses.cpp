@@ -7,17 +7,6 @@ namespace ubbsim::test
 namespace
 {
 
-TEST(Buses, OpenFailsForBusesTheBoardDoesNotHave)
-{
-    BoardHarness board;
-    for (int bus = 0; bus < 16; ++bus)
-    {
-        EXPECT_EQ(0, board.board().openBus(bus)) << bus;
-    }
-    EXPECT_EQ(-ENOENT, board.board().openBus(16));
-    EXPECT_EQ(-ENOENT, board.board().openBus(-1));
-}
-
 TEST(Buses, AbsentDeviceAndNackFaultGiveTheKernelsErrors)
 {
     Scenario scenario;
@@ -42,37 +31,6 @@ TEST(Buses, TransferTakesItsBitsAt400kHz)
     board.write(14, 0x4C, {0x3B, 0x0E});
     // start, three bytes of nine clocks with the address, stop: 29 bits.
     EXPECT_EQ(before + 29 * 2500ns, board.now());
-}
-
-TEST(Rms, SixteenBitOffsetsOnEachOamsBus)
-{
-    Scenario scenario;
-    scenario.oams[7].present = false; // RMs sit on the UBB all the same
-    scenario.faults.push_back(fault("efuse"));
-    scenario.faults.back().oam = 7;
-    scenario.faults.back().value = 0x5A;
-    BoardHarness board(scenario);
-    EXPECT_EQ(0x01, board.readRm(5, 0xF24E)); // injection disabled
-    ASSERT_EQ(0, board.write(5, 0x56, {0xF2, 0x4E, 0x00}));
-    EXPECT_EQ(0x00, board.readRm(5, 0xF24E));
-    EXPECT_EQ(0x01, board.readRm(6, 0xF24E)); // another OAM's RM
-    EXPECT_EQ(0x00, board.readRm(5, 0xF24B));
-    EXPECT_EQ(0x5A, board.readRm(0, 0xF24B)); // OAM 7 is on bus 0
-    EXPECT_EQ(-ENXIO, board.readRm(12, 0xF24B));
-}
-
-TEST(Sensors, EmcStoresItsConfigurationUnlessMisconfigured)
-{
-    BoardHarness good;
-    good.write(14, 0x4C, {0x3B, 0x0E});
-    EXPECT_EQ(0x0E, good.read(14, 0x4C, 0x3B));
-
-    Scenario scenario;
-    scenario.faults.push_back(fault("emcMisconfig"));
-    scenario.faults.back().value = 0x0C;
-    BoardHarness bad(scenario);
-    bad.write(14, 0x4C, {0x3B, 0x0E});
-    EXPECT_EQ(0x0C, bad.read(14, 0x4C, 0x3B));
 }
 
 TEST(IoExpanders, NackInResetAndLeaveItWithPowerOnRegisters)
@@ -104,6 +62,77 @@ TEST(HotswapControllers, SoaByteAndSenseWordLowByteFirst)
     {
         EXPECT_LE(0, board.read(4, address, 0xD1)) << address;
     }
+}
+
+class GpioTest : public ::testing::Test
+{
+  protected:
+    GpioTest() : board(harness.board())
+    {}
+
+    int request(uint64_t owner, const std::string& line, bool output,
+                uint32_t& handle, int value = 0)
+    {
+        return board.requestLine(owner, line, "test", output, 0, value, handle);
+    }
+
+    BoardHarness harness;
+    Board& board;
+};
+
+TEST_F(GpioTest, OneRequestHoldsALineAtATime)
+{
+    uint32_t first = 0;
+    uint32_t second = 0;
+    ASSERT_EQ(0, request(1, "GPU_BASE_HMC_READY", true, first));
+    EXPECT_EQ(-EBUSY, request(2, "GPU_BASE_HMC_READY", false, second));
+    EXPECT_EQ(0, board.releaseLine(first));
+    EXPECT_EQ(0, request(2, "GPU_BASE_HMC_READY", false, second));
+    EXPECT_EQ(-ENOENT, request(1, "NO_SUCH_LINE", false, first));
+    EXPECT_FALSE(board.lineExists("NO_SUCH_LINE"));
+    BoardStats stats = board.stats();
+    EXPECT_EQ(1u, stats.gpioBusy);
+    EXPECT_EQ(3u, stats.gpioRequests);
+}
+
+TEST_F(GpioTest, ReadingAndDrivingNeedTheRequest)
+{
+    uint32_t handle = 0;
+    EXPECT_EQ(-EPERM, board.getLine(77));
+    EXPECT_EQ(-EPERM, board.setLine(77, 1));
+    ASSERT_EQ(0, request(1, "GPU_BASE_PWR_GD", false, handle));
+    EXPECT_EQ(-EPERM, board.setLine(handle, 1)); // held as an input
+    board.releaseLine(handle);
+    EXPECT_EQ(-EPERM, board.getLine(handle));
+    EXPECT_EQ(-EINVAL, board.releaseLine(handle));
+    // The board drives these two itself.
+    EXPECT_EQ(-EPERM, request(1, "HDT_DBREQ_L", true, handle));
+}
+
+TEST_F(GpioTest, ReleasingAnOwnerGivesBackAllItsLinesAndKeepsTheLevels)
+{
+    uint32_t a = 0;
+    uint32_t b = 0;
+    uint32_t other = 0;
+    ASSERT_EQ(0, request(7, "GPU_BASE_FPGA_READY", true, a, 1));
+    ASSERT_EQ(0, request(7, "SMC_UBB_FLASH_AB_SEL", true, b, 1));
+    ASSERT_EQ(0, request(8, "GPU_BASE_PWR_GD", true, other, 1));
+    board.releaseOwner(7);
+    EXPECT_EQ(-EPERM, board.getLine(a));
+    EXPECT_EQ(1, board.getLine(other));
+    EXPECT_EQ(1, harness.level("GPU_BASE_FPGA_READY"));
+    EXPECT_EQ(1, harness.level("SMC_UBB_FLASH_AB_SEL"));
+}
+
+TEST_F(GpioTest, SmcResetLetsGoOfEveryLine)
+{
+    uint32_t handle = 0;
+    ASSERT_EQ(0, request(1, "GPU_BASE_HMC_READY", true, handle, 1));
+    EXPECT_EQ(0x00000001u, board.resetReason());
+    board.smcReset();
+    EXPECT_EQ(0x1000u, board.resetReason() & 0x3000);
+    EXPECT_EQ(-EPERM, board.getLine(handle));
+    EXPECT_EQ(1, harness.level("GPU_BASE_HMC_READY"));
 }
 
 } // namespace

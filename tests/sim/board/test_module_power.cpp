@@ -23,8 +23,7 @@ int hotswapGood(BoardHarness& board)
 class ModulePowerTest : public ::testing::Test
 {
   protected:
-    explicit ModulePowerTest(Scenario scenario = absentSlotTwo()) :
-        board(scenario)
+    ModulePowerTest() : board(absentSlotTwo())
     {
         board.bringUpStandby();
     }
@@ -83,19 +82,6 @@ TEST_F(ModulePowerTest, ModuleGoodNeedsHotswapHostGoodAndPresence)
     EXPECT_EQ(0x00, moduleGood(board));
 }
 
-TEST_F(ModulePowerTest, HostGoodAfterHotswapStartsTheDelayThen)
-{
-    releaseExpanders();
-    hotswap(true);
-    board.advanceBy(1s);
-    board.write(fpgaBus, fpga, {0x60, 0x01});
-    SimTime hostAt = board.now();
-    board.advanceTo(hostAt + 49ms);
-    EXPECT_EQ(0x00, moduleGood(board));
-    board.advanceTo(hostAt + 50ms);
-    EXPECT_EQ(0x01, moduleGood(board));
-}
-
 TEST_F(ModulePowerTest, HostGoodToggledWithinTheDelayRestartsIt)
 {
     releaseExpanders();
@@ -112,49 +98,77 @@ TEST_F(ModulePowerTest, HostGoodToggledWithinTheDelayRestartsIt)
     EXPECT_EQ(0x01, moduleGood(board));
 }
 
-class ModuleFaults : public ModulePowerTest
+constexpr int bus = 2;
+constexpr uint16_t mux = 0x70;
+constexpr uint16_t dac = 0x60;
+
+class OamMuxTest : public ::testing::Test
 {
   protected:
-    ModuleFaults() : ModulePowerTest(faulty())
-    {}
+    OamMuxTest() : board(scenario())
+    {
+        board.bringUpStandby();
+    }
 
-    static Scenario faulty()
+    static Scenario scenario()
     {
         Scenario scenario;
-        scenario.faults.push_back(fault("hotswapNoGood"));
-        scenario.faults.back().count = 1;
-        scenario.faults.push_back(fault("moduleGoodLost", 20.0, 21.0));
-        scenario.faults.back().oam = 5;
+        scenario.oams[1].ibcAddress = 0x1F;
         return scenario;
     }
+
+    int select(uint8_t channels)
+    {
+        return board.write(bus, mux, {channels});
+    }
+
+    BoardHarness board;
 };
 
-TEST_F(ModuleFaults, HotswapFailsForItsCountOfEnablesThenWorks)
+TEST_F(OamMuxTest, AnswersOnlyWhileTheFpgaReleasesItAndForgetsOnReset)
 {
-    releaseExpanders();
-    hotswap(true);
-    board.advanceBy(3s);
-    EXPECT_EQ(0x00, hotswapGood(board) & 0x0F);
-    hotswap(false);
-    hotswap(true);
-    board.advanceBy(300ms);
-    EXPECT_EQ(0x0F, hotswapGood(board) & 0x0F);
+    EXPECT_EQ(0, select(0x08));
+    std::vector<I2cSegment> read{{mux, true, 1, {}}};
+    ASSERT_EQ(0, board.board().transfer(bus, read, false));
+    EXPECT_EQ(0x08, read[0].data.at(0));
+
+    board.write(3, 0x56, {0x10, 0x00});
+    EXPECT_EQ(-EREMOTEIO, select(0x08));
+    EXPECT_EQ(-ENXIO, board.read(bus, dac, 0x60)); // nothing routed
+    board.write(3, 0x56, {0x10, 0x02});
+    read[0].data.clear();
+    ASSERT_EQ(0, board.board().transfer(bus, read, false));
+    EXPECT_EQ(0x00, read[0].data.at(0));
 }
 
-TEST_F(ModuleFaults, LostModuleDropsAtItsTimeAndComesBackAfter)
+TEST_F(OamMuxTest, OamDevicesNeedTheirStandbyRail)
 {
-    releaseExpanders();
-    hotswap(true);
-    hotswap(false);
-    hotswap(true); // the first enable is the failing one
-    board.advanceBy(300ms);
-    board.write(fpgaBus, fpga, {0x60, 0xFF});
-    board.advanceTo(20s - 1ns);
-    EXPECT_EQ(0xFF, moduleGood(board));
-    board.advanceTo(20s);
-    EXPECT_EQ(0xDF, moduleGood(board));
-    board.advanceTo(21s + 50ms);
-    EXPECT_EQ(0xFF, moduleGood(board));
+    board.write(4, 0x25, {0x09, 0x04}); // P3V3_OAM_47 off
+    select(0x01);
+    EXPECT_LE(0, board.read(bus, dac, 0x60));
+    select(0x80);
+    EXPECT_EQ(-EREMOTEIO, board.read(bus, dac, 0x60));
+}
+
+TEST_F(OamMuxTest, IbcAnswersAtItsBillOfMaterialsAddress)
+{
+    select(0x02);
+    EXPECT_EQ(-ENXIO, board.read(bus, 0x11, 0x8D));
+    EXPECT_LE(0, board.read(bus, 0x1F, 0x8D));
+    select(0x01);
+    EXPECT_LE(0, board.read(bus, 0x11, 0x8D));
+    EXPECT_EQ(-ENXIO, board.read(bus, 0x1F, 0x8D));
+}
+
+TEST_F(OamMuxTest, PmbusPageAndClearFaults)
+{
+    select(0x01);
+    EXPECT_NE(0, board.read(bus, 0x11, 0x78)); // a fault latched at power-up
+    ASSERT_EQ(0, board.write(bus, 0x11, {0x00, 0x01}));
+    EXPECT_EQ(0x01, board.read(bus, 0x11, 0x00));
+    ASSERT_EQ(0, board.write(bus, 0x11, {0x03}));
+    EXPECT_EQ(0, board.read(bus, 0x11, 0x78));
+    EXPECT_LE(0, board.read(bus, 0x15, 0x79)); // and so does its hotswap
 }
 
 } // namespace

@@ -87,21 +87,6 @@ TEST_F(RailTest, PinsConfiguredAsInputsDriveNoRail)
     EXPECT_EQ(0x1F, status(0x08));
 }
 
-TEST_F(RailTest, StatusRegistersWithEverythingOnAndTheUnplugBit)
-{
-    Scenario scenario;
-    scenario.host.push_back({3.0, HostAction::Kind::unplug});
-    scenario.host.push_back({4.0, HostAction::Kind::plug});
-    BoardHarness powered(scenario);
-    powered.bringUpStandby();
-    EXPECT_EQ(0xFF, powered.read(bus, expander, 0x03));
-    EXPECT_EQ(0xFD, powered.read(bus, expander, 0x04));
-    powered.advanceTo(3s);
-    EXPECT_EQ(0xFF, powered.read(bus, expander, 0x04));
-    powered.advanceTo(4s);
-    EXPECT_EQ(0xFD, powered.read(bus, expander, 0x04));
-}
-
 TEST(RailFitting, K517RailsReadGoodOnlyWhenTheBoardHasNone)
 {
     Scenario without;
@@ -118,37 +103,6 @@ TEST(RailFitting, K517RailsReadGoodOnlyWhenTheBoardHasNone)
     fitted.advanceBy(20ms);
     EXPECT_EQ(0x01, fitted.read(bus, expander, 0x02) & 0x01);
     EXPECT_EQ(0x04, fitted.read(bus, expander, 0x04) & 0x04);
-}
-
-TEST(RailFaults, NoPowerGoodHoldsTheRailUntilTheFaultEnds)
-{
-    Scenario scenario;
-    scenario.faults.push_back(fault("railNoPowerGood", 0, 5.0));
-    scenario.faults.back().rail = "VCCAUX_FPGA";
-    BoardHarness board(scenario);
-    board.configureExpander();
-    board.write(bus, expander, {0x08, 0x1F});
-    board.advanceTo(4s);
-    EXPECT_EQ(0x40, board.read(bus, expander, 0x03) & 0xC0);
-    board.advanceTo(5s);
-    EXPECT_EQ(0xC0, board.read(bus, expander, 0x03) & 0xC0);
-}
-
-TEST(RailFaults, DropTakesPowerGoodAtItsTimeAndItRampsBack)
-{
-    Scenario scenario;
-    scenario.faults.push_back(fault("railDrop", 6.0, 7.0));
-    scenario.faults.back().rail = "UTIL_3V3_FPGA";
-    BoardHarness board(scenario);
-    board.bringUpStandby();
-    board.advanceTo(6s - 1ns);
-    EXPECT_EQ(0x08, board.read(bus, expander, 0x04) & 0x08);
-    board.advanceTo(6s);
-    EXPECT_EQ(0, board.read(bus, expander, 0x04) & 0x08);
-    // The FPGA lost a rail and with it its image.
-    EXPECT_EQ(-EREMOTEIO, board.read(3, 0x56, 0x63));
-    board.advanceTo(7s + 8ms);
-    EXPECT_EQ(0x08, board.read(bus, expander, 0x04) & 0x08);
 }
 
 } // namespace

@@ -59,23 +59,6 @@ TEST(UbbFpgaConfiguration, NothingLoadsWithoutRailsOrWhileTheSmcHoldsTheFlash)
     EXPECT_EQ(0, flashHeld.level("HDT_DBREQ_L"));
 }
 
-TEST(UbbFpgaConfiguration, TimeoutFaultEatsOnlyItsCountOfPulses)
-{
-    Scenario scenario;
-    scenario.faults.push_back(fault("fpgaTimeout"));
-    scenario.faults.back().count = 1;
-    BoardHarness board(scenario);
-    powerFpgaRails(board);
-    for (int expected : {0, 1})
-    {
-        board.drive("UBB_FPGA_PROG_B", 0);
-        board.advanceBy(1s);
-        board.drive("UBB_FPGA_PROG_B", 1);
-        board.advanceBy(15s);
-        EXPECT_EQ(expected, board.level("HDT_DBREQ_L"));
-    }
-}
-
 class UbbFpgaRegisters : public ::testing::Test
 {
   protected:
@@ -93,12 +76,6 @@ class UbbFpgaRegisters : public ::testing::Test
         scenario.host.push_back({9.0, HostAction::Kind::serverResetRelease});
         scenario.faults.push_back(fault("ctf", 5.0, 6.0));
         scenario.faults.back().oam = 3;
-        scenario.faults.push_back(fault("sgpio", 7.0));
-        scenario.faults.back().value = 0x21;
-        scenario.faults.back().fpga = "ubb";
-        scenario.faults.push_back(fault("sgpio", 7.0));
-        scenario.faults.back().value = 0x04;
-        scenario.faults.back().fpga = "smc";
         return scenario;
     }
 
@@ -133,21 +110,6 @@ TEST_F(UbbFpgaRegisters, CtfAndServerResetFollowTheirTimes)
     EXPECT_EQ(0x00, board.read(bus, fpga, 0x70) & 0x01);
     board.advanceTo(9s);
     EXPECT_EQ(0x01, board.read(bus, fpga, 0x70) & 0x01);
-}
-
-TEST_F(UbbFpgaRegisters, SgpioStatusClearsOnlyTheBitsWrittenAsOne)
-{
-    EXPECT_EQ(0x00, board.read(bus, fpga, 0xE0));
-    board.advanceTo(7s);
-    EXPECT_EQ(0x21, board.read(bus, fpga, 0xE0));
-    board.write(bus, fpga, {0xE0, 0x01});
-    EXPECT_EQ(0x20, board.read(bus, fpga, 0xE0));
-    board.write(bus, fpga, {0xE0, 0x20});
-    EXPECT_EQ(0x00, board.read(bus, fpga, 0xE0));
-
-    EXPECT_EQ(0x04, board.read(12, 0x23, 0xE0));
-    board.write(12, 0x23, {0xE0, 0x04});
-    EXPECT_EQ(0x00, board.read(12, 0x23, 0xE0));
 }
 
 TEST_F(UbbFpgaRegisters, ReloadedImageStartsFromPowerOnRegisters)

@@ -18,11 +18,25 @@ using ::testing::HasSubstr;
 
 const std::string builtinDir = BUILTIN_SCENARIO_DIR;
 
+// The error that parsing a document, or loading a scenario, ends in.
 std::string errorOf(const json& document)
 {
     try
     {
         (void)parseScenario(document);
+    }
+    catch (const ScenarioError& error)
+    {
+        return error.what();
+    }
+    return "no error";
+}
+
+std::string errorLoading(const std::string& name, const std::string& dir = "")
+{
+    try
+    {
+        (void)loadScenario(name, dir);
     }
     catch (const ScenarioError& error)
     {
@@ -50,13 +64,7 @@ std::string productSeenIn(const std::string& productName)
 TEST(BuiltinScenarios, AllParse)
 {
     std::vector<std::string> names = builtinScenarioNames(builtinDir);
-    for (const char* expected :
-         {"nominal", "warm-reset", "rail-fail", "hotswap-fail", "seven-oams",
-          "no-oam", "mixed-products", "fpga-timeout", "efuse",
-          "module-good-lost", "unplug"})
-    {
-        EXPECT_THAT(names, ::testing::Contains(expected));
-    }
+    EXPECT_THAT(names, ::testing::Contains("nominal"));
     for (const std::string& name : names)
     {
         SCOPED_TRACE(name);
@@ -64,93 +72,17 @@ TEST(BuiltinScenarios, AllParse)
         ASSERT_NO_THROW(scenario = loadScenario(name, builtinDir));
         EXPECT_EQ(scenario.name, name);
         EXPECT_FALSE(scenario.description.empty());
-        // Standby alone takes some 40 s of board time; a host that asks
-        // earlier only waits, one that asks later sees a full run.
-        EXPECT_GE(scenario.end, 90);
     }
-}
-
-TEST(BuiltinScenarios, NominalIsAHealthyColdBoot)
-{
-    Scenario scenario = loadScenario("nominal", builtinDir);
-    EXPECT_EQ(scenario.start, ResetKind::cold);
-    EXPECT_TRUE(scenario.faults.empty());
-    for (const OamSlot& slot : scenario.oams)
-    {
-        EXPECT_TRUE(slot.present);
-        EXPECT_EQ(productSeenIn(slot.fru.productName), "KV35");
-    }
-    ASSERT_EQ(scenario.host.size(), 2U);
-    EXPECT_EQ(scenario.host[0].kind, HostAction::Kind::enable);
-    EXPECT_EQ(scenario.host[0].at, 40);
-    EXPECT_EQ(scenario.host[1].kind, HostAction::Kind::disable);
-    EXPECT_EQ(scenario.host[1].at, 90);
-    EXPECT_EQ(scenario.end, 110);
-}
-
-TEST(BuiltinScenarios, EachCarriesItsCondition)
-{
-    Scenario warm = loadScenario("warm-reset", builtinDir);
-    EXPECT_EQ(warm.start, ResetKind::warm);
-    EXPECT_TRUE(warm.baseWasOn);
-    for (const HostAction& action : warm.host)
-    {
-        EXPECT_EQ(action.kind, HostAction::Kind::enable);
-    }
-
-    Scenario seven = loadScenario("seven-oams", builtinDir);
-    EXPECT_FALSE(seven.oams[7].present);
-    EXPECT_TRUE(seven.oams[6].present);
-
-    Scenario none = loadScenario("no-oam", builtinDir);
-    for (const OamSlot& slot : none.oams)
-    {
-        EXPECT_FALSE(slot.present);
-    }
-
-    Scenario mixed = loadScenario("mixed-products", builtinDir);
-    EXPECT_EQ(productSeenIn(mixed.oams[5].fru.productName), "KV30");
-    EXPECT_EQ(productSeenIn(mixed.oams[4].fru.productName), "KV35");
-    EXPECT_EQ(productSeenIn(mixed.ubbFru.productName), "KV35");
-
-    Scenario fpga = loadScenario("fpga-timeout", builtinDir);
-    ASSERT_EQ(fpga.faults.size(), 1U);
-    EXPECT_EQ(fpga.faults[0].kind, "fpgaTimeout");
-    EXPECT_EQ(fpga.faults[0].count, 1);
-
-    Scenario efuse = loadScenario("efuse", builtinDir);
-    ASSERT_EQ(efuse.faults.size(), 1U);
-    EXPECT_NE(efuse.faults[0].value, 0);
 }
 
 // ---- defaults and overrides -----------------------------------------------
 
-TEST(ScenarioDefaults, EmptyDocumentIsAHealthyBoard)
-{
-    Scenario scenario = parseScenario(json::object());
-    EXPECT_EQ(scenario.start, ResetKind::cold);
-    EXPECT_FALSE(scenario.baseWasOn);
-    EXPECT_TRUE(scenario.k517);
-    EXPECT_TRUE(scenario.fruValid);
-    EXPECT_TRUE(scenario.faults.empty());
-    EXPECT_GT(scenario.end, 0);
-    EXPECT_GT(scenario.speed, 0);
-    for (const OamSlot& slot : scenario.oams)
-    {
-        EXPECT_TRUE(slot.present);
-        EXPECT_TRUE(slot.fru.present);
-        EXPECT_FALSE(slot.ibcAddress.has_value());
-        EXPECT_EQ(slot.fru.hwDesign, "7");
-        EXPECT_FALSE(slot.fru.version.empty());
-        EXPECT_FALSE(slot.fru.thermal.empty());
-    }
-    EXPECT_EQ(scenario.ubbFru.hwDesign, "3");
-    EXPECT_EQ(productSeenIn(scenario.ubbFru.productName),
-              productSeenIn(scenario.oams[0].fru.productName));
-}
-
 TEST(ScenarioDefaults, EveryProductIsFoundAsItself)
 {
+    // The default board is no mixed one.
+    Scenario plain = parseScenario(json::object());
+    EXPECT_EQ(productSeenIn(plain.ubbFru.productName),
+              productSeenIn(plain.oams[0].fru.productName));
     // KV20 and KV20X, KV10X and KV10XHF differ only by a suffix: a name
     // that let the scan see the shorter one would make a mixed board.
     for (const std::string& product : knownProducts())
@@ -280,16 +212,8 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         ErrorCase{R"({"fautls": []})",
                   R"(unknown field "fautls" (did you mean "faults"?))"},
-        ErrorCase{R"({"oams": {"presnt": "all"}})",
-                  R"(oams: unknown field "presnt")"},
         ErrorCase{R"({"oams": {"slots": {"3": {"ibcAdress": 16}}}})",
                   R"(oams.slots.3: unknown field "ibcAdress")"},
-        ErrorCase{R"({"ubb": {"fru": {"productname": "x"}}})",
-                  R"(ubb.fru: unknown field "productname")"},
-        ErrorCase{R"({"host": [{"at": 1, "action": "enable", "x": 1}]})",
-                  R"(host[0]: unknown field "x")"},
-        ErrorCase{R"({"faults": [{"kind": "nack", "bus": 3, "adress": 5}]})",
-                  R"(faults[0]: unknown field "adress")"},
         ErrorCase{R"([])", "must be an object"}));
 
 INSTANTIATE_TEST_SUITE_P(
@@ -303,10 +227,7 @@ INSTANTIATE_TEST_SUITE_P(
                   R"(oams.present: must be "all" or a list)"},
         ErrorCase{R"({"oams": {"fru": {"productName": 5}}})",
                   "oams.fru.productName: must be a string or null"},
-        ErrorCase{R"({"faults": [{"kind": "ctf", "oam": "2", "at": 1}]})",
-                  "faults[0].oam: must be an OAM index 0..7"},
-        ErrorCase{R"({"name": ""})", "name: must not be empty"},
-        ErrorCase{R"({"start": 1})", R"(start: must be one of "cold")"}));
+        ErrorCase{R"({"name": ""})", "name: must not be empty"}));
 
 INSTANTIATE_TEST_SUITE_P(
     Values, ScenarioErrors,
@@ -321,8 +242,6 @@ INSTANTIATE_TEST_SUITE_P(
                   "oams.slots.a: not an OAM index"},
         ErrorCase{R"({"oams": {"slots": {"1": {"ibcAddress": "0x80"}}}})",
                   "oams.slots.1.ibcAddress: must be a number or a \"0x..\""},
-        ErrorCase{R"({"oams": {"slots": {"1": {"dacValue": "604"}}}})",
-                  "oams.slots.1.dacValue: must be a number or a \"0x..\""},
         ErrorCase{R"({"oams": {"product": "KV36"}})",
                   R"(oams.product: unknown product "KV36")"},
         ErrorCase{R"({"oams": {"rmDigest": "00ff"}})",
@@ -335,8 +254,6 @@ INSTANTIATE_TEST_SUITE_P(
                   R"(start: unknown start kind "hot" (one of "cold", "warm"))"},
         ErrorCase{R"({"baseWasOn": true})",
                   R"(baseWasOn: needs "start": "warm")"},
-        ErrorCase{R"({"host": [{"at": -1, "action": "enable"}]})",
-                  "host[0].at: must be a number of seconds >= 0"},
         ErrorCase{
             R"({"host": [{"at": 1, "action": "enabel"}]})",
             R"(host[0].action: unknown action "enabel" (did you mean "enable"?))"},
@@ -345,14 +262,9 @@ INSTANTIATE_TEST_SUITE_P(
         ErrorCase{R"({"end": 100, "host": [{"at": 1, "action": "enable"},
                       {"at": 130, "action": "disable"}]})",
                   "host[1].at: 130 s is after the end of the run (100 s)"},
-        ErrorCase{R"({"daemon": [{"at": 5, "action": "reboot"}]})",
-                  R"(daemon[0].action: unknown action "reboot")"},
         ErrorCase{R"({"tools": {"rm_recovery.sh": 0}})",
                   "tools.rm_recovery.sh: a tool is named by its absolute"},
-        ErrorCase{R"({"tools": {"/usr/bin/x": 256}})",
-                  "tools./usr/bin/x: must be an integer 0..255"},
-        ErrorCase{R"({"speed": 0})", "speed: must be a number > 0"},
-        ErrorCase{R"({"end": 0})", "end: must be a number of seconds > 0"}));
+        ErrorCase{R"({"speed": 0})", "speed: must be a number > 0"}));
 
 INSTANTIATE_TEST_SUITE_P(
     Faults, ScenarioErrors,
@@ -375,26 +287,13 @@ INSTANTIATE_TEST_SUITE_P(
         ErrorCase{R"({"faults": [{"kind": "ctf", "at": 5}]})",
                   R"(faults[0].oam: required by fault kind "ctf")"},
         ErrorCase{
-            R"({"faults": [{"kind": "railDrop", "rail": "VCCINT_FPGA"}]})",
-            R"(faults[0].at: required by fault kind "railDrop")"},
-        ErrorCase{R"({"faults": [{"kind": "nack", "address": 5}]})",
-                  R"(faults[0].bus: required by fault kind "nack")"},
-        ErrorCase{R"({"faults": [{"kind": "sgpio", "fpga": "ubb"}]})",
-                  R"(faults[0].value: required by fault kind "sgpio")"},
-        ErrorCase{
             R"({"faults": [{"kind": "ctf", "oam": 1, "at": 5, "line": "X"}]})",
             R"(faults[0].line: not used by fault kind "ctf")"},
-        ErrorCase{
-            R"({"faults": [{"kind": "railNoPowerGood", "rail": "VCCINT_FPGA", "oam": 1}]})",
-            R"(faults[0].oam: not used by fault kind "railNoPowerGood")"},
         ErrorCase{R"({"faults": [{"kind": "nack", "bus": 3, "address": "0x56",
                                    "at": 10, "until": 5}]})",
                   R"(faults[0].until: must be after "at" (10 s))"},
         ErrorCase{R"({"faults": [{"kind": "nack", "bus": 16, "address": 5}]})",
                   "faults[0].bus: must be an integer 0..15"},
-        ErrorCase{
-            R"({"faults": [{"kind": "nack", "bus": 3, "address": "56"}]})",
-            "faults[0].address: must be a number or a \"0x..\""},
         ErrorCase{R"({"faults": [{"kind": "hotswapNoGood", "count": 0}]})",
                   "faults[0].count: must be -1 (always) or a count"},
         ErrorCase{
@@ -405,10 +304,7 @@ INSTANTIATE_TEST_SUITE_P(
             R"(faults[0].line: unknown GPIO line "GPU_BASE_PWR")"},
         ErrorCase{
             R"({"faults": [{"kind": "sgpio", "fpga": "hmc", "value": 1}]})",
-            R"(faults[0].fpga: unknown FPGA "hmc")"},
-        ErrorCase{
-            R"({"end": 50, "faults": [{"kind": "ctf", "oam": 1, "at": 60}]})",
-            "faults[0].at: 60 s is after the end of the run"}));
+            R"(faults[0].fpga: unknown FPGA "hmc")"}));
 
 // ---- files ----------------------------------------------------------------
 
@@ -452,16 +348,9 @@ TEST_F(ScenarioFiles, BareNameLooksOnlyInBuiltinDir)
 {
     write("local.json", "{}");
     EXPECT_NO_THROW(loadScenario("local", dir.string()));
-    try
-    {
-        (void)loadScenario("nosuch", builtinDir);
-        FAIL() << "no error";
-    }
-    catch (const ScenarioError& error)
-    {
-        EXPECT_THAT(error.what(), HasSubstr("no built-in scenario \"nosuch\""));
-        EXPECT_THAT(error.what(), HasSubstr("nominal"));
-    }
+    const std::string error = errorLoading("nosuch", builtinDir);
+    EXPECT_THAT(error, HasSubstr("no built-in scenario \"nosuch\""));
+    EXPECT_THAT(error, HasSubstr("nominal"));
 }
 
 TEST_F(ScenarioFiles, ErrorsNameTheFile)
@@ -469,17 +358,6 @@ TEST_F(ScenarioFiles, ErrorsNameTheFile)
     std::string broken = write("broken.json", "{\n  \"end\": 30,\n}\n");
     std::string wrong = write("wrong.json", R"({"end": "soon"})");
     std::string missing = (dir / "absent.json").string();
-    auto errorLoading = [](const std::string& path) -> std::string {
-        try
-        {
-            (void)loadScenario(path, "");
-        }
-        catch (const ScenarioError& error)
-        {
-            return error.what();
-        }
-        return "no error";
-    };
     EXPECT_THAT(errorLoading(broken), HasSubstr(broken + ": "));
     EXPECT_THAT(errorLoading(broken), HasSubstr("line 3"));
     EXPECT_THAT(errorLoading(wrong),

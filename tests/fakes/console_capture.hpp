@@ -1,5 +1,6 @@
 #pragma once
 
+#include <iostream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -7,13 +8,20 @@
 namespace orvane::test
 {
 
-// What a call wrote to standard output.
+// What the call wrote to standard output. Failures reported during the
+// call went into the capture as well: they are shown on stderr.
 template <typename Call>
 std::string console(Call call)
 {
+    const bool failedBefore = ::testing::Test::HasFailure();
     ::testing::internal::CaptureStdout();
     call();
-    return ::testing::internal::GetCapturedStdout();
+    std::string text = ::testing::internal::GetCapturedStdout();
+    if (!failedBefore && ::testing::Test::HasFailure())
+    {
+        std::cerr << text;
+    }
+    return text;
 }
 
 inline size_t occurrences(const std::string& text, const std::string& part)

@@ -1,0 +1,445 @@
+#include "fakes/bus_fixture.hpp"
+#include "fakes/console_capture.hpp"
+#include "utils/dbus_handler.hpp"
+#include "utils/mctp_call.hpp"
+
+#include <signal.h>
+#include <systemd/sd-bus.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace orvane::test
+{
+namespace
+{
+
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+
+constexpr const char* service = "xyz.openbmc_project.Orvane";
+constexpr const char* object = "/xyz/openbmc_project/Orvane";
+constexpr const char* child = "/xyz/openbmc_project/Orvane/Board";
+constexpr const char* status = "xyz.openbmc_project.Orvane.Status";
+
+// A stand-in for the daemon's own service with a few properties.
+class BusPropertyTest : public BusTest
+{
+  protected:
+    void SetUp() override
+    {
+        stand.addProperty(object, status, "PowerState", std::string("Off"));
+        stand.addProperty(object, status, "StandbyReady", std::string("False"));
+        stand.addProperty(object, status, "FaultCount", uint32_t{3});
+        stand.addProperty(child, status, "PowerState", std::string("On"));
+        stand.start();
+    }
+
+    BusResponder stand{service};
+};
+
+TEST_F(BusPropertyTest, SetSendsTheValueAsAString)
+{
+    std::string out =
+        console([] { SetBusProperty(status, "StandbyReady", "True"); });
+
+    EXPECT_THAT(out, IsEmpty());
+    EXPECT_THAT(stand.writes(object, status, "StandbyReady"),
+                ElementsAre(BusValue(std::string("True"))));
+}
+
+TEST_F(BusPropertyTest, GetReadsTheObjectAskedFor)
+{
+    EXPECT_EQ(GetBusProperty(object, status, "PowerState"), "Off");
+    EXPECT_EQ(GetBusProperty(child, status, "PowerState"), "On");
+
+    SetBusProperty(status, "PowerState", "On");
+    EXPECT_EQ(GetBusProperty(object, status, "PowerState"), "On");
+}
+
+// Whatever goes wrong, the caller goes on and one line tells why.
+TEST_F(BusPropertyTest, FailedSetLeavesOneLine)
+{
+    struct Case
+    {
+        const char* interface;
+        const char* property;
+    };
+    for (Case c : {Case{status, "NoSuchProperty"},
+                   Case{"xyz.openbmc_project.Orvane.Missing", "PowerState"},
+                   Case{status, "FaultCount"}}) // not a string property
+    {
+        std::string out =
+            console([&] { SetBusProperty(c.interface, c.property, "x"); });
+
+        EXPECT_THAT(out, AllOf(HasSubstr("[ERROR \"dbus_handler.cpp\":"),
+                               HasSubstr(std::string("] Set Dbus property - ") +
+                                         c.property +
+                                         " is unreachable in Dbus interface " +
+                                         c.interface + "\n")));
+        EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 1) << out;
+    }
+    EXPECT_EQ(stand.property(object, status, "FaultCount"),
+              BusValue(uint32_t{3}));
+}
+
+TEST_F(BusPropertyTest, FailedGetGivesAnEmptyString)
+{
+    std::string out;
+    out += console([] {
+        EXPECT_EQ(GetBusProperty(object, status, "NoSuchProperty"), "");
+    });
+    out += console([] {
+        EXPECT_EQ(GetBusProperty("/xyz/openbmc_project/Nowhere", status,
+                                 "PowerState"),
+                  "");
+    });
+
+    EXPECT_THAT(out, AllOf(HasSubstr("[ERROR \"dbus_handler.cpp\":"),
+                           HasSubstr("] failed to make a d-bus call get "
+                                     "NoSuchProperty property fail, ERROR= "),
+                           HasSubstr("] failed to make a d-bus call get "
+                                     "PowerState property fail, ERROR= ")));
+}
+
+TEST_F(BusPropertyTest, GetOfANonStringPropertyIsACallerMistake)
+{
+    EXPECT_THROW(GetBusProperty(object, status, "FaultCount"),
+                 std::bad_variant_access);
+}
+
+TEST_F(BusPropertyTest, CallsGiveTheirConnectionsBack)
+{
+    // Warm up whatever the library keeps for the life of the process.
+    SetBusProperty(status, "PowerState", "On");
+    GetBusProperty(object, status, "PowerState");
+    size_t before = openFileDescriptors();
+
+    for (int i = 0; i < 20; ++i)
+    {
+        SetBusProperty(status, "PowerState", i % 2 == 0 ? "On" : "Off");
+        GetBusProperty(object, status, "PowerState");
+        console([] { GetBusProperty(object, status, "NoSuchProperty"); });
+    }
+
+    EXPECT_EQ(openFileDescriptors(), before);
+}
+
+using Bytes = std::vector<uint8_t>;
+
+const MctpEndpointService endpoint{"xyz.openbmc_project.MCTP.Endpoint.Test",
+                                   "/xyz/openbmc_project/mctp/test",
+                                   "xyz.openbmc_project.MCTP.Transfer"};
+
+// What an endpoint method received, read on the responder's thread.
+struct Received
+{
+    std::string signature;
+    Bytes scalars;
+    unsigned flag = 0;
+    uint16_t timeout = 0;
+    Bytes bytes;
+};
+
+// Reads a call's arguments as its signature says: bytes into scalars, the
+// q into timeout, the boolean into flag, and the array that ends them.
+int readArguments(sd_bus_message* call, Received& got)
+{
+    got = {};
+    got.signature = sd_bus_message_get_signature(call, 1);
+    for (char type : got.signature.substr(0, got.signature.size() - 2))
+    {
+        union
+        {
+            uint8_t byte;
+            uint16_t word;
+            int flag;
+        } value{};
+        int r = sd_bus_message_read_basic(call, type, &value);
+        if (r < 0)
+        {
+            return r;
+        }
+        if (type == 'y')
+        {
+            got.scalars.push_back(value.byte);
+        }
+        got.timeout = type == 'q' ? value.word : got.timeout;
+        got.flag = type == 'b' ? static_cast<unsigned>(value.flag) : got.flag;
+    }
+    const void* data = nullptr;
+    size_t size = 0;
+    int r = sd_bus_message_read_array(call, 'y', &data, &size);
+    const auto* bytes = static_cast<const uint8_t*>(data);
+    got.bytes.assign(bytes, bytes + (r >= 0 ? size : 0));
+    return r;
+}
+
+class MctpCallTest : public BusTest
+{
+  protected:
+    // The endpoint answers MctpSendRecv with `answer` (or an int when
+    // recvAsInt), the other two with `result`; each records what it
+    // received, and fails with failWith when that is set.
+    void startEndpoint(const std::string& recvResult = "ay")
+    {
+        auto handler = [this](bool bytesReply) {
+            return [this, bytesReply](sd_bus_message* call,
+                                      sd_bus_message* reply) {
+                int r = readArguments(call, received);
+                if (r < 0 || failWith != 0)
+                {
+                    return r < 0 ? r : failWith;
+                }
+                if (bytesReply && !recvAsInt)
+                {
+                    return sd_bus_message_append_array(
+                        reply, 'y', answer.data(), answer.size());
+                }
+                return sd_bus_message_append(reply, "i",
+                                             bytesReply ? 0 : result);
+            };
+        };
+        peer.addMethod(endpoint.path, endpoint.interface, "MctpSendRecv",
+                       "yqay", recvResult, handler(true));
+        peer.addMethod(endpoint.path, endpoint.interface, "MctpSendAddress",
+                       "yyybay", "i", handler(false));
+        peer.addMethod(endpoint.path, endpoint.interface, "MctpSendBusOwner",
+                       "ybay", "i", handler(false));
+        peer.start();
+    }
+
+    Received seen()
+    {
+        auto lock = peer.hold();
+        return received;
+    }
+
+    BusResponder peer{endpoint.service};
+    // Set before the call; read by the handlers under the peer's lock.
+    Bytes answer;
+    int32_t result = 0;
+    int failWith = 0;
+    bool recvAsInt = false;
+    Received received;
+};
+
+TEST_F(MctpCallTest, SendRecvCarriesItsArgumentsAndAppendsTheReply)
+{
+    answer = {0x01, 0x00, 0xFE};
+    startEndpoint();
+    Bytes response = {0xAA};
+
+    int r = 0;
+    std::string out = console([&] {
+        r = MctpSendRecv(endpoint, 0x1D, 0xABCD, {0x00, 0x7F, 0x80, 0xFF},
+                         response);
+    });
+
+    EXPECT_EQ(r, 0);
+    EXPECT_THAT(out, IsEmpty());
+    EXPECT_THAT(response, ElementsAre(0xAA, 0x01, 0x00, 0xFE));
+    Received got = seen();
+    EXPECT_EQ(got.signature, "yqay");
+    EXPECT_THAT(got.scalars, ElementsAre(0x1D));
+    EXPECT_EQ(got.timeout, 0xABCD);
+    EXPECT_THAT(got.bytes, ElementsAre(0x00, 0x7F, 0x80, 0xFF));
+
+    // Empty arrays both ways.
+    {
+        auto lock = peer.hold();
+        answer.clear();
+    }
+    EXPECT_EQ(MctpSendRecv(endpoint, 8, 100, {}, response), 0);
+    EXPECT_THAT(response, ElementsAre(0xAA, 0x01, 0x00, 0xFE));
+    EXPECT_THAT(seen().bytes, IsEmpty());
+}
+
+TEST_F(MctpCallTest, SendAddressAndBusOwnerReturnTheResult)
+{
+    result = 42;
+    startEndpoint();
+
+    EXPECT_EQ(MctpSendAddress(endpoint, 0x01, 0x80, 0xFF, true, {0x05, 0x06}),
+              42);
+
+    Received got = seen();
+    EXPECT_EQ(got.signature, "yyybay");
+    EXPECT_THAT(got.scalars, ElementsAre(0x01, 0x80, 0xFF));
+    EXPECT_EQ(got.flag, 1U);
+    EXPECT_THAT(got.bytes, ElementsAre(0x05, 0x06));
+
+    // The endpoint's own negative answer is a result, not a failure.
+    {
+        auto lock = peer.hold();
+        result = -3;
+    }
+    int r = 0;
+    std::string out =
+        console([&] { r = MctpSendBusOwner(endpoint, 0x09, false, {0xEE}); });
+
+    EXPECT_EQ(r, -3);
+    EXPECT_THAT(out, IsEmpty());
+    got = seen();
+    EXPECT_EQ(got.signature, "ybay");
+    EXPECT_THAT(got.scalars, ElementsAre(0x09));
+    EXPECT_EQ(got.flag, 0U);
+    EXPECT_THAT(got.bytes, ElementsAre(0xEE));
+}
+
+TEST_F(MctpCallTest, EndpointErrorIsTheResult)
+{
+    failWith = -EIO;
+    startEndpoint();
+    Bytes response = {0x01};
+
+    std::string out = console([&] {
+        EXPECT_EQ(MctpSendRecv(endpoint, 1, 2, {3}, response), -EIO);
+        EXPECT_EQ(MctpSendAddress(endpoint, 1, 2, 3, true, {}), -EIO);
+        EXPECT_EQ(MctpSendBusOwner(endpoint, 1, true, {}), -EIO);
+    });
+
+    EXPECT_THAT(response, ElementsAre(0x01));
+    std::string line = "] sd_bus_call error code: " + std::to_string(-EIO);
+    EXPECT_THAT(out,
+                AllOf(HasSubstr("[ERROR \"mctp_call.cpp\":"), HasSubstr(line)));
+    EXPECT_EQ(std::count(out.begin(), out.end(), '\n'), 3) << out;
+}
+
+TEST_F(MctpCallTest, ReplyOfTheWrongShape)
+{
+    recvAsInt = true;
+    startEndpoint("i");
+    Bytes response;
+
+    int r = 0;
+    std::string out =
+        console([&] { r = MctpSendRecv(endpoint, 1, 2, {3}, response); });
+
+    EXPECT_LT(r, 0);
+    EXPECT_THAT(response, IsEmpty());
+    EXPECT_THAT(out, HasSubstr("] sd_bus_message_enter_container error code: " +
+                               std::to_string(r) + "\n"));
+}
+
+TEST_F(MctpCallTest, CallsGiveEverythingBack)
+{
+    answer = {1, 2, 3};
+    startEndpoint();
+    Bytes response;
+    MctpSendRecv(endpoint, 1, 2, {3}, response);
+    size_t before = openFileDescriptors();
+
+    console([&] {
+        for (int i = 0; i < 20; ++i)
+        {
+            MctpSendRecv(endpoint, 1, 2, {3}, response);
+            MctpSendAddress(endpoint, 1, 2, 3, true, {4});
+            MctpSendBusOwner(endpoint, 1, true, {4});
+            MctpSendRecv({"xyz.openbmc_project.MCTP.Nobody", endpoint.path,
+                          endpoint.interface},
+                         1, 2, {3}, response);
+        }
+    });
+
+    EXPECT_EQ(openFileDescriptors(), before);
+}
+
+using BusUnreachableTest = BusTest;
+
+// Whatever the bus does, the caller goes on and one line tells why.
+TEST_F(BusUnreachableTest, ServiceAbsent)
+{
+    Bytes response = {0x01};
+    int r = 0;
+    std::string out = console([&] {
+        SetBusProperty(status, "PowerState", "On");
+        EXPECT_EQ(GetBusProperty(object, status, "PowerState"), "");
+        r = MctpSendRecv(endpoint, 1, 2, {3}, response);
+    });
+
+    EXPECT_THAT(out,
+                AllOf(HasSubstr("] Set Dbus property - PowerState is "
+                                "unreachable in Dbus interface " +
+                                std::string(status)),
+                      HasSubstr("] failed to make a d-bus call get PowerState "
+                                "property fail, ERROR= "),
+                      HasSubstr("org.freedesktop.DBus.Error.ServiceUnknown")));
+    EXPECT_LT(r, 0);
+    EXPECT_THAT(response, ElementsAre(0x01));
+    EXPECT_THAT(out, HasSubstr("] sd_bus_call error code: " +
+                               std::to_string(r) + "\n"));
+}
+
+TEST_F(BusUnreachableTest, NoBusAtAll)
+{
+    // Restored by the fixture's bus at the end of the test.
+    setenv("DBUS_SYSTEM_BUS_ADDRESS",
+           ("unix:path=" + std::filesystem::temp_directory_path().string() +
+            "/orvane-no-such-bus.sock")
+               .c_str(),
+           1);
+
+    int r = 0;
+    std::string out = console([&] {
+        SetBusProperty(status, "PowerState", "On");
+        EXPECT_EQ(GetBusProperty(object, status, "PowerState"), "");
+        r = MctpSendAddress(endpoint, 1, 2, 3, false, {});
+    });
+
+    EXPECT_THAT(out, AllOf(HasSubstr("] Set Dbus property - PowerState"),
+                           HasSubstr("ERROR= sd_bus_open_system: ")));
+    EXPECT_LT(r, 0);
+    EXPECT_THAT(out, HasSubstr("] sd_bus_open_system error code: " +
+                               std::to_string(r) + "\n"));
+}
+
+TEST_F(BusUnreachableTest, MalformedEndpointNames)
+{
+    int r = 0;
+    std::string out = console([&] {
+        r = MctpSendBusOwner({"not a bus name", "relative/path", "x"}, 1, true,
+                             {});
+    });
+
+    EXPECT_LT(r, 0);
+    EXPECT_THAT(out, HasSubstr("] sd_bus_message_new_method_call error code: " +
+                               std::to_string(r) + "\n"));
+}
+
+// The test bus itself: it must leave nothing behind, or later tests and the
+// CI run would meet a stale daemon or environment.
+TEST(BusFixtureTest, PrivateBusLeavesNothingBehind)
+{
+    setenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/before", 1);
+    pid_t daemon = -1;
+    std::filesystem::path socket;
+    {
+        PrivateBus bus;
+        daemon = bus.pid();
+        ASSERT_THAT(bus.address(), StartsWith("unix:path="));
+        socket = bus.address().substr(std::string("unix:path=").size());
+        EXPECT_EQ(std::string(std::getenv("DBUS_SYSTEM_BUS_ADDRESS")),
+                  bus.address());
+        EXPECT_TRUE(std::filesystem::exists(socket));
+    }
+    EXPECT_EQ(std::string(std::getenv("DBUS_SYSTEM_BUS_ADDRESS")),
+              "unix:path=/before");
+    EXPECT_FALSE(std::filesystem::exists(socket.parent_path()));
+    EXPECT_EQ(kill(daemon, 0), -1); // reaped, not a zombie
+    unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+}
+
+} // namespace
+} // namespace orvane::test

@@ -1,0 +1,534 @@
+#include "power_board.hpp"
+
+#include "orvane/base_detail.hpp"
+#include "orvane/base_power.hpp"
+#include "orvane/io_expanders.hpp"
+#include "orvane/oam_presence.hpp"
+#include "utils/i2c_ops.hpp"
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace orvane::test
+{
+namespace
+{
+
+using Bytes = std::vector<uint8_t>;
+using Host = ubbsim::HostAction::Kind;
+using Writes = std::vector<Bytes>;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::SizeIs;
+
+constexpr int fpga = 3;
+constexpr uint8_t fpgaAddress = 0x56;
+constexpr int smc = 4;
+constexpr uint8_t smcAddress = 0x25;
+constexpr const char* rescan =
+    "busctl call xyz.openbmc_project.FruDevice /xyz/openbmc_project/FruDevice "
+    "xyz.openbmc_project.FruDeviceManager ReScan";
+
+ubbsim::Scenario enabledAt(double seconds)
+{
+    ubbsim::Scenario scenario = warmBoard(false);
+    hostAt(scenario, seconds, Host::enable);
+    return scenario;
+}
+
+// Runs one sequence on the board; its console text goes to `out`.
+uint32_t run(uint32_t (*sequence)(OrvaneSvcState&), PowerBoard& b,
+             std::string* out = nullptr)
+{
+    uint32_t result = 0;
+    std::string text = console([&] { result = sequence(b.state); });
+    if (out != nullptr)
+    {
+        *out = text;
+    }
+    return result;
+}
+
+TEST(BasePowerOn, ReachesEventNineteenAfterTheHostsEnable)
+{
+    PowerBoard b(enabledAt(5));
+    b.standbyState();
+    UbbProduct ubb(productKV35);
+    const auto marker =
+        b.fx.fake.files.resolve("/var/lib/redfish_error_injection_mode");
+    std::filesystem::create_directories(marker.parent_path());
+    std::ofstream(marker) << "1";
+
+    EXPECT_NE(run(Base_Pwr_on_Sqnc, b), 0U);
+
+    EXPECT_EQ(b.state.sequenceEvent, sequence_event::basePowerOn);
+    EXPECT_FALSE(b.state.baseTransition);
+    EXPECT_EQ(b.state.oamPresentMask, 0xFF);
+    EXPECT_EQ(b.state.moduleGoodMask, 0xFF);
+    // The enable, then about nine seconds of fixed pauses.
+    EXPECT_GE(b.fx.seconds(), 5.0 + 9.0);
+    EXPECT_LT(b.fx.seconds(), 5.0 + 1.0 + 9.5);
+    EXPECT_FALSE(std::filesystem::exists(marker));
+
+    EXPECT_EQ(b.read(fpga, fpgaAddress, 0x60), 0xFF); // host power good
+    EXPECT_EQ(b.read(fpga, fpgaAddress, 0x62), 0x00); // PERST released
+    EXPECT_EQ(b.read(fpga, fpgaAddress, 0x99) & 0x01, 0x01);
+    EXPECT_EQ(b.read(fpga, fpgaAddress, 0x98), 0x10); // last retimer
+    // Hotswap on, the OAM I2C switch held in reset.
+    EXPECT_EQ(b.read(smc, smcAddress, 0x09) & 0x09, 0x01);
+    // Eight OAMs of a known product get its link topology.
+    EXPECT_EQ(b.read(14, 0x20, 0x08), 0x63);
+    EXPECT_EQ(b.line("GPU_BASE_PWR_GD"), 1);
+
+    EXPECT_THAT(b.published("BasePowerStatus"), ElementsAre("On"));
+    EXPECT_THAT(b.published("OAMErrorInjection"), ElementsAre("Disable"));
+    EXPECT_THAT(b.fx.fake.shell.commands(),
+                ElementsAre(rescan, rescan, rescan));
+    auto finished = b.fx.fake.zellib.calls(ZellibCall::Kind::bootTimeFinish);
+    ASSERT_THAT(finished, SizeIs(1));
+    EXPECT_TRUE(finished[0].flag);
+    EXPECT_THAT(b.events("UBB base has powered on",
+                         "ResourceEvent.1.2.1.ResourcePoweredOn"),
+                SizeIs(1));
+    EXPECT_THAT(b.events("OAM base has powered on"), SizeIs(1));
+}
+
+TEST(BasePowerOn, UnpluggedBoardWaitsSilentlyForThePlug)
+{
+    ubbsim::Scenario scenario = enabledAt(1);
+    hostAt(scenario, 0, Host::unplug);
+    hostAt(scenario, 10, Host::plug);
+    PowerBoard b(scenario);
+    b.standbyState();
+    UbbProduct ubb(productKV35);
+    std::string out;
+
+    EXPECT_NE(run(Base_Pwr_on_Sqnc, b, &out), 0U);
+
+    EXPECT_GE(b.fx.seconds(), 10.0 + 9.0);
+    EXPECT_EQ(occurrences(out, "UBB not Plugged into HGX host\n"), 1U);
+    EXPECT_EQ(occurrences(out, "UBB will not power on GPUs\n"), 1U);
+}
+
+TEST(BasePowerOn, ResequenceAfterAFaultSkipsTheWait)
+{
+    PowerBoard b(warmBoard(false)); // the host never enables
+    b.standbyState();
+    b.state.baseDownRequest = true;
+    UbbProduct ubb(productKV35);
+
+    EXPECT_NE(run(Base_Pwr_on_Sqnc, b), 0U);
+    EXPECT_LT(b.fx.seconds(), 10.0);
+    EXPECT_FALSE(b.state.baseDownRequest);
+}
+
+TEST(BasePowerOn, UnknownProductWithEightOamsFailsAtTheExpanders)
+{
+    PowerBoard b(enabledAt(1));
+    b.standbyState();
+    UbbProduct ubb(productUnknown);
+
+    EXPECT_EQ(run(Base_Pwr_on_Sqnc, b), 0U);
+
+    EXPECT_EQ(b.state.sequenceEvent, sequence_event::beforeHotswap);
+    EXPECT_TRUE(b.state.baseTransition); // the monitor stays out
+    EXPECT_THAT(b.events("Power Sequence: [Base power-on] Fail to Configure IO "
+                         "Expander.",
+                         "OrvaneSvcUnexpected"),
+                SizeIs(1));
+    EXPECT_THAT(b.published("BasePowerStatus"), IsEmpty());
+    EXPECT_EQ(b.read(smc, smcAddress, 0x09) & 0x01, 0x00);
+}
+
+TEST(BasePowerOn, WarmResetWithPowerGoodOnlyLearnsTheState)
+{
+    PowerBoard b(warmBoard(true));
+    b.state.standbyPowerStatus = true;
+    std::string out;
+
+    EXPECT_NE(run(Base_Pwr_on_Sqnc, b, &out), 0U);
+
+    EXPECT_EQ(b.state.sequenceEvent, sequence_event::basePowerOn);
+    EXPECT_EQ(b.state.oamPresentMask, 0xFF);
+    EXPECT_EQ(b.state.moduleGoodMask, 0xFF);
+    EXPECT_THAT(b.published("OAMErrorInjection"), ElementsAre("Disable"));
+    EXPECT_THAT(b.published("BasePowerStatus"), ElementsAre("On"));
+    EXPECT_THAT(b.events("OAM base has powered on"), SizeIs(1));
+    EXPECT_THAT(out, Not(HasSubstr("Keep I2C switch under Reset")));
+}
+
+// Bit 0 of the RM register is 0 for "enabled". A silent RM reads as
+// enabled, so disabling fails on the write that can't reach it.
+TEST(ErrorInjection, EveryRmFollowsAndASilentOneFailsTheSet)
+{
+    for (bool silentRm : {false, true})
+    {
+        ubbsim::Scenario scenario = warmBoard(false);
+        if (silentRm)
+        {
+            scenario.faults.push_back(silent(7, 0x56));
+        }
+        VirtualBoardFixture fx(scenario);
+        OrvaneSvcState state;
+
+        std::string out = console([&] {
+            EXPECT_EQ(SetOamErrorInjection(state, true), !silentRm);
+            EXPECT_EQ(state.oamErrorInjection, !silentRm);
+            int event = 0;
+            uint8_t value = 0xFF;
+            EXPECT_TRUE(ReadOamErrorInjection(&event, 5, value)); // OAM 0
+            EXPECT_EQ(value & 0x01, 0);
+            EXPECT_EQ(SetOamErrorInjection(state, false), !silentRm);
+        });
+        EXPECT_FALSE(state.oamErrorInjection);
+        EXPECT_EQ(occurrences(out, "Fail to disable oam error injection"),
+                  silentRm ? 1U : 0U);
+    }
+}
+
+// VR fault clearing on a fake bus, with the VR lists read from folders that
+// a stand-in of the daemon's service names.
+using VrFaultClearing = VrInfoTest;
+
+TEST_F(VrFaultClearing, HotswapsAreClearedOnTheOamsOnly)
+{
+    config("UBB", R"({"VRConfigs": [
+        {"SlaveAddress": "0x40", "Model": "MP2975", "Name": "VDD"},
+        {"SlaveAddress": "0x1E", "Model": "LM5066I", "Name": "HSC"}]})");
+    config("OAM_3", R"({"VRConfigs": [
+        {"SlaveAddress": "0x15", "Model": "XDP710", "Name": "HSC"},
+        {"SlaveAddress": "0x44", "Model": "MP2975", "Name": "VR0"}]})");
+    serve({{"UBB", ""}, {"OAM_3", ""}});
+    for (auto [bus, address] :
+         {std::pair{4, 0x40}, {4, 0x1E}, {2, 0x70}, {2, 0x15}, {2, 0x44}})
+    {
+        platform.i2c.addDevice(bus, static_cast<uint8_t>(address));
+    }
+
+    std::string out = console(
+        [] { detail::ClearVrFaults(static_cast<uint8_t>(~0x08)); }); // OAM 3
+
+    using Send = std::tuple<int, int, int>;
+    auto sends = [this](I2cOp::Kind kind) {
+        std::vector<Send> found;
+        for (const I2cOp& op : platform.i2c.operations(kind))
+        {
+            found.emplace_back(op.bus, op.address, op.command);
+        }
+        return found;
+    };
+    EXPECT_THAT(sends(I2cOp::Kind::smbusWriteByteData),
+                ElementsAre(Send{4, 0x40, 0x00}, Send{2, 0x44, 0x00}));
+    EXPECT_THAT(sends(I2cOp::Kind::smbusWriteByte),
+                ElementsAre(Send{4, 0x40, 0x03}, Send{2, 0x70, 0x08},
+                            Send{2, 0x15, 0x03}, Send{2, 0x44, 0x03}));
+    EXPECT_THAT(out, HasSubstr("Cleared faults at slave addr 0x15"));
+}
+
+constexpr const char* dumpFile = "/run/initramfs/log_nv/vr_fault_decode.out";
+
+// What a complete base teardown leaves on the board.
+void expectBaseDown(PowerBoard& b)
+{
+    EXPECT_EQ(b.read(fpga, fpgaAddress, 0x60), 0x00);
+    EXPECT_EQ(b.read(fpga, fpgaAddress, 0x61), 0x00);
+    EXPECT_EQ(b.read(smc, smcAddress, 0x09) & 0x01, 0x00);
+    EXPECT_EQ(b.read(fpga, fpgaAddress, 0x91), 0x00);
+    EXPECT_EQ(b.read(fpga, fpgaAddress, 0x98), 0x00);
+    EXPECT_EQ(b.read(fpga, fpgaAddress, 0x99) & 0x01, 0x00);
+    EXPECT_EQ(b.line("GPU_BASE_PWR_GD"), 0);
+    EXPECT_FALSE(b.state.basePowerStatus);
+    EXPECT_THAT(
+        b.events("Base powered off.", "ResourceEvent.1.2.1.ResourcePoweredOff"),
+        SizeIs(1));
+}
+
+// The host takes its enable away, or the rack pulls the HGX plug: a rack
+// manager request that takes every stage down.
+TEST(BasePowerOffHold, HostRequestTakesDownEveryStage)
+{
+    for (Host exit : {Host::disable, Host::unplug})
+    {
+        ubbsim::Scenario scenario = warmBoard(true);
+        hostAt(scenario, 5, exit);
+        PowerBoard b(scenario);
+        b.runningState();
+        const auto marker =
+            b.fx.fake.files.resolve("/var/lib/orvane/force_bundleupdate");
+        std::filesystem::create_directories(marker.parent_path());
+        std::ofstream(marker) << "";
+        std::string out;
+
+        EXPECT_EQ(run(Base_Pwr_off_Sqnc, b, &out), 1U);
+
+        EXPECT_GE(b.fx.seconds(), 5.0 + 3.0);
+        EXPECT_TRUE(b.state.baseTransition);
+        EXPECT_FALSE(std::filesystem::exists(marker));
+        expectBaseDown(b);
+        EXPECT_THAT(b.events("Base Power down request from rack manager.",
+                             "PowerDownRequest"),
+                    SizeIs(1));
+        EXPECT_THAT(b.published("BasePowerStatus"), ElementsAre("Off", "Off"));
+        EXPECT_THAT(b.published("ServerResetStatus"), ElementsAre("True"));
+        EXPECT_THAT(b.fx.fake.shell.commands(), IsEmpty()); // no VR dump
+        EXPECT_THAT(out, HasSubstr("UBB Unplugged from HGX host\n"));
+    }
+}
+
+// A failed attempt at 18 enters at the dump, which the log shows in the
+// pieces of a 128-byte line buffer.
+TEST(BasePowerOffStages, ModuleFaultCopiesTheDumpInLinePieces)
+{
+    PowerBoard b(warmBoard(true));
+    b.runningState();
+    b.state.sequenceEvent = sequence_event::module;
+    const std::string longLine(300, 'A');
+    b.fx.fake.shell.output = longLine + "\nlast words";
+    std::filesystem::create_directories(
+        b.fx.fake.files.resolve(dumpFile).parent_path());
+    std::string out;
+
+    EXPECT_EQ(run(Base_Pwr_off_Sqnc, b, &out), 1U);
+
+    expectBaseDown(b);
+    EXPECT_THAT(b.fx.fake.shell.commands(),
+                ElementsAre("/usr/bin/VR_fault_dump-v0.9.1.sh 2>&1"));
+    std::ifstream in(b.fx.fake.files.resolve(dumpFile));
+    std::ostringstream dumped;
+    dumped << in.rdbuf();
+    EXPECT_EQ(dumped.str(), longLine + "\nlast words");
+    EXPECT_THAT(out, HasSubstr("] " + std::string(127, 'A') + "\n"));
+    EXPECT_THAT(out, Not(HasSubstr(std::string(128, 'A'))));
+    EXPECT_THAT(out, HasSubstr("] " + std::string(46, 'A') + "\n\n"));
+    EXPECT_THAT(out, HasSubstr("] last words\n"));
+}
+
+// A failed attempt takes down only what it reached; 15 and unknown events
+// take nothing down.
+TEST(BasePowerOffStages, EachEventTearsDownWhatItReached)
+{
+    struct Case
+    {
+        uint32_t event;
+        uint32_t result;
+        uint8_t hostGood; // register 0x60 after
+        uint8_t hotswap;  // the enable bit after
+        uint8_t retimer;  // register 0x91 after
+        int powerGood;    // GPU_BASE_PWR_GD after
+    };
+    const Case cases[] = {
+        {16, 1, 0xFF, 0x01, 0x10, 0},
+        {17, 1, 0xFF, 0x00, 0x00, 0},
+        {15, 0, 0xFF, 0x01, 0x10, 1},
+        {7, 0, 0xFF, 0x01, 0x10, 1},
+    };
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(c.event);
+        PowerBoard b(warmBoard(true));
+        b.runningState();
+        b.state.sequenceEvent = c.event;
+        std::string out;
+
+        EXPECT_EQ(run(Base_Pwr_off_Sqnc, b, &out), c.result);
+
+        EXPECT_EQ(b.read(fpga, fpgaAddress, 0x60), c.hostGood);
+        EXPECT_EQ(b.read(smc, smcAddress, 0x09) & 0x01, c.hotswap);
+        EXPECT_EQ(b.read(fpga, fpgaAddress, 0x91), c.retimer);
+        EXPECT_EQ(b.read(fpga, fpgaAddress, 0x99) & 0x01, c.powerGood);
+        EXPECT_EQ(b.line("GPU_BASE_PWR_GD"), c.powerGood);
+        EXPECT_THAT(b.events("System ready for power-down"), IsEmpty());
+        EXPECT_THAT(b.events("Base powered off."), SizeIs(1));
+        EXPECT_EQ(occurrences(out, "Host Powergood is disabled"), 0U);
+        EXPECT_EQ(occurrences(out, "Non-existed event"), c.event == 7 ? 1 : 0);
+    }
+}
+
+// A hotswap that never comes good fails power-on at 17; the controllers
+// answered, so there is no I2C record.
+TEST(BasePowerOffStages, HotswapFailureFailsWithSeventeen)
+{
+    ubbsim::Scenario scenario = withFault("hotswapNoGood", warmBoard(false));
+    hostAt(scenario, 1, Host::enable);
+    PowerBoard b(scenario);
+    b.standbyState();
+    UbbProduct ubb(productKV35);
+
+    ASSERT_EQ(run(Base_Pwr_on_Sqnc, b), 0U);
+    EXPECT_EQ(b.state.sequenceEvent, sequence_event::hotswap);
+    EXPECT_THAT(b.events("Fail to receive Hotswap controller Power good."),
+                SizeIs(1));
+    EXPECT_THAT(b.fx.fake.zellib.calls(ZellibCall::Kind::i2cLog), IsEmpty());
+    EXPECT_EQ(run(Base_Pwr_off_Sqnc, b), 1U);
+    expectBaseDown(b);
+}
+
+TEST(StandbyPowerOff, FromTheRetimerStageDown)
+{
+    PowerBoard b(warmBoard(false));
+    b.standbyState();
+    b.state.sequenceEvent = 8;
+
+    EXPECT_EQ(run(Stby_Pwr_off_Sqnc, b), 1U);
+
+    EXPECT_EQ(b.read(smc, smcAddress, 0x08), 0x00);        // FPGA rails
+    EXPECT_EQ(b.read(smc, smcAddress, 0x0A) & 0xF8, 0x00); // retimer rails
+    EXPECT_EQ(b.read(smc, smcAddress, 0x09) & 0x06, 0x06); // OAM rails stay
+    EXPECT_EQ(b.read(smc, smcAddress, 0x0B), 0x30);        // k517 stay
+    EXPECT_EQ(b.line("GPU_BASE_HMC_READY"), 0);
+    EXPECT_EQ(b.line("GPU_BASE_FPGA_READY"), 1);
+    EXPECT_THAT(b.published("StandbyPowerStatus"), ElementsAre("Off"));
+    EXPECT_THAT(b.events("Standby powered off."), SizeIs(1));
+}
+
+// The k517 rail of event 10 keeps its enable under the off mask 0x7F, so its
+// power good stays: that stage fails, the lower ones still run, and standby
+// is not reported off.
+TEST(StandbyPowerOff, FromRunningBaseTheK517StageFailsAndTheRestGoesOn)
+{
+    PowerBoard b(warmBoard(false));
+    b.standbyState();
+    b.state.sequenceEvent = sequence_event::basePowerOn;
+
+    EXPECT_EQ(run(Stby_Pwr_off_Sqnc, b), 0U);
+
+    EXPECT_EQ(b.line("GPU_BASE_FPGA_READY"), 0);
+    EXPECT_EQ(b.read(smc, smcAddress, 0x09) & 0x06, 0x00);
+    EXPECT_EQ(b.read(smc, smcAddress, 0x0B), 0x20);
+    EXPECT_EQ(b.read(smc, smcAddress, 0x08), 0x00);
+    EXPECT_EQ(b.line("GPU_BASE_HMC_READY"), 0);
+    EXPECT_THAT(b.events("k517 rt new rail rail fail.", "OrvaneSvcUnexpected"),
+                SizeIs(1));
+    EXPECT_THAT(b.published("StandbyPowerStatus"), IsEmpty());
+
+    // The hotswaps alone go off for a VR update.
+    PowerBoard running(warmBoard(true));
+    console([&] { EXPECT_TRUE(DisableUbbHotswaps(running.state)); });
+    EXPECT_EQ(running.read(smc, smcAddress, 0x0A) & 0x02, 0x00);
+    EXPECT_EQ(running.read(smc, smcAddress, 0x09) & 0x01, 0x00);
+}
+
+constexpr int expanderBus = 14;
+constexpr uint8_t linkConfig = 0x20;
+constexpr uint8_t moduleId = 0x27;
+
+// Open drain, then every bank an output: five at 0x20, four at 0x27.
+Writes setUp(uint8_t address)
+{
+    Writes expected{
+        {0x28, static_cast<uint8_t>(address == moduleId ? 0x80 : 0x00)}};
+    const uint8_t banks = address == moduleId ? 4 : 5;
+    for (uint8_t reg = 0x18; reg < 0x18 + banks; ++reg)
+    {
+        expected.push_back({reg, 0x00});
+    }
+    return expected;
+}
+
+Writes withOutputs(Writes writes, const Bytes& pattern, size_t width = 1)
+{
+    for (size_t i = 0; i < pattern.size(); ++i)
+    {
+        Bytes write{static_cast<uint8_t>(0x08 + i), pattern[i]};
+        write.resize(1 + width, 0x00);
+        writes.push_back(write);
+    }
+    return writes;
+}
+
+// The expanders on a fake bus, with the writes that each one took.
+class IoExpanders : public testing::Test
+{
+  protected:
+    IoExpanders()
+    {
+        fake.i2c.addDevice(expanderBus, linkConfig);
+        fake.i2c.addDevice(expanderBus, moduleId);
+    }
+
+    Writes taken(uint8_t address) const
+    {
+        Writes writes;
+        for (const I2cOp& op : fake.i2c.operations(I2cOp::Kind::write))
+        {
+            if (op.address == address && op.result > 0)
+            {
+                writes.push_back(op.bytes);
+            }
+        }
+        return writes;
+    }
+
+    // Configures with this product and OAM mask; the console text.
+    std::string configure(int product, uint8_t present, uint32_t expected)
+    {
+        fake.i2c.clearOperations();
+        UbbProduct ubb(product);
+        return console(
+            [&] { EXPECT_EQ(ConfigureIoExpanders(state, present), expected); });
+    }
+
+    FakePlatform fake;
+    OrvaneSvcState state;
+};
+
+TEST_F(IoExpanders, EightOamsGetTheTopologyOfTheProduct)
+{
+    const Bytes kv35{0x63, 0x18, 0xC6, 0x31, 0x8C};
+    const Bytes kv10{0x52, 0x94, 0xA5, 0x29, 0x4A};
+    for (int product : {productKV30, productKV35, productKV38, productKV20})
+    {
+        configure(product, 0xFF, 1);
+        EXPECT_EQ(taken(linkConfig),
+                  withOutputs(setUp(linkConfig),
+                              product == productKV20 ? kv10 : kv35));
+        // Never 0x1C or 0x0C at the module ID expander.
+        EXPECT_EQ(taken(moduleId),
+                  withOutputs(setUp(moduleId), {0x08, 0x4C, 0x2A, 0x6E}));
+    }
+}
+
+TEST_F(IoExpanders, UnknownProductWithEightOamsDrivesNoOutput)
+{
+    std::string out = configure(productUnknown, 0xFF, 0);
+    EXPECT_EQ(taken(linkConfig), setUp(linkConfig));
+    EXPECT_EQ(taken(moduleId), setUp(moduleId));
+    EXPECT_THAT(out, HasSubstr("Unable to determine product"));
+}
+
+// Fewer than eight: zeros whatever the product. A link config write is two
+// bytes, the second the low byte of the transfer's clean event code.
+TEST_F(IoExpanders, FewerOamsDriveZeros)
+{
+    configure(productUnknown, 0x7F, 1);
+    EXPECT_EQ(taken(linkConfig),
+              withOutputs(setUp(linkConfig), Bytes(5, 0x00), 2));
+    EXPECT_EQ(taken(moduleId), withOutputs(setUp(moduleId), Bytes(4, 0x00)));
+}
+
+TEST_F(IoExpanders, FailedWriteClearsTheResultButTheWalkGoesOn)
+{
+    // All three tries of the very first write.
+    fake.i2c.inject(
+        {I2cOp::Kind::write, expanderBus, linkConfig, EIO, std::nullopt, 3});
+    std::string out = configure(productKV35, 0xFF, 0);
+
+    EXPECT_EQ(taken(linkConfig).size(), 5U + 5U);
+    EXPECT_EQ(taken(moduleId).size(), 5U + 4U);
+    EXPECT_THAT(out, HasSubstr("Fail to set all banks 0x20 register "
+                               "0x28 to open drain."));
+    auto records = fake.zellib.calls(ZellibCall::Kind::i2cLog);
+    ASSERT_EQ(records.size(), 3U);
+    EXPECT_THAT(records.back().message,
+                HasSubstr("IO_Expander set all banks 0x20 register 0x28 to "
+                          "open drain failure. Retry 3"));
+}
+
+} // namespace
+} // namespace orvane::test

@@ -1,0 +1,181 @@
+#pragma once
+
+#include "board/board.hpp"
+#include "fakes/bus_fixture.hpp"
+#include "fakes/console_capture.hpp"
+#include "fakes/fake_platform.hpp"
+#include "neighbours/neighbours.hpp"
+#include "orvane/orvane_svc_state.hpp"
+#include "orvane/power_service.hpp"
+#include "scenario/scenario.hpp"
+#include "server/direct_port.hpp"
+#include "virtual/virtual_gpio.hpp"
+#include "virtual/virtual_i2c.hpp"
+#include "virtual/virtual_machine.hpp"
+
+#include <chrono>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace orvane::test
+{
+
+// The virtual board in the test's own process, on the fake clock: the
+// daemon's sleeps and the board's bus time move one board time, instantly.
+// I2C, GPIO and the reset reason go to the board model; the other seams
+// stay the fakes of FakePlatform (temporary root, recorded shell commands,
+// recorded events).
+class VirtualBoardFixture
+{
+  public:
+    explicit VirtualBoardFixture(
+        const ubbsim::Scenario& scenario = healthyBoard());
+    ~VirtualBoardFixture();
+    VirtualBoardFixture(const VirtualBoardFixture&) = delete;
+    VirtualBoardFixture& operator=(const VirtualBoardFixture&) = delete;
+
+    // Eight OAMs of one product, cold start, no host action.
+    static ubbsim::Scenario healthyBoard();
+
+    // Board time since the fixture was made.
+    double seconds();
+
+    FakePlatform fake;
+    std::unique_ptr<ubbsim::Board> board;
+
+  private:
+    std::unique_ptr<ubbsim::DirectPort> port;
+    std::unique_ptr<ubbsim::VirtualI2c> i2c;
+    std::unique_ptr<ubbsim::VirtualGpio> gpio;
+    std::unique_ptr<ubbsim::VirtualDevMem> devMem;
+    platform::Platform previous;
+    std::chrono::steady_clock::time_point start;
+};
+
+// Standby on and the UBB FPGA loaded, as after an SMC warm reset; with
+// `baseOn` base power is up as well and the host asks for it.
+ubbsim::Scenario warmBoard(bool baseOn);
+// A healthy board, or `scenario`, with one more fault of this kind.
+ubbsim::Scenario withFault(
+    const std::string& kind,
+    ubbsim::Scenario scenario = VirtualBoardFixture::healthyBoard());
+ubbsim::Fault faultOf(const std::string& kind);
+// A device that doesn't answer, or a whole bus when address is -1.
+ubbsim::Fault silent(int bus, int address);
+void hostAt(ubbsim::Scenario& scenario, double seconds,
+            ubbsim::HostAction::Kind kind);
+
+// Non-volatile events with this id.
+std::vector<ZellibCall> eventsWithId(const RecordingZellib& zellib,
+                                     const std::string& messageId);
+
+// The product table as before any scan, and one UBB product for a test.
+void clearProducts();
+class UbbProduct
+{
+  public:
+    explicit UbbProduct(int product);
+    ~UbbProduct();
+    UbbProduct(const UbbProduct&) = delete;
+    UbbProduct& operator=(const UbbProduct&) = delete;
+};
+
+// One level driven on a GPIO line, at fake-clock time.
+struct LineWrite
+{
+    std::string line;
+    int value;
+    std::chrono::steady_clock::time_point at;
+};
+
+// Sits between the daemon and the installed GPIO seam and records every
+// level driven, for as long as it lives.
+class GpioRecorder : public platform::Gpio
+{
+  public:
+    GpioRecorder();
+    ~GpioRecorder() override;
+    GpioRecorder(const GpioRecorder&) = delete;
+    GpioRecorder& operator=(const GpioRecorder&) = delete;
+
+    std::unique_ptr<platform::GpioLine> findLine(
+        const std::string& name) override;
+    std::vector<LineWrite> writes() const;
+
+  private:
+    platform::Platform previous;
+    std::vector<LineWrite> recorded;
+};
+
+// The virtual board with its neighbours on a private system bus, and the
+// daemon's own service stood in by a responder that keeps what the
+// sequences publish.
+class PowerBoard
+{
+  public:
+    explicit PowerBoard(
+        const ubbsim::Scenario& scenario = VirtualBoardFixture::healthyBoard());
+
+    // Power_Status values written so far.
+    std::vector<std::string> published(const std::string& property);
+    // One register of a device, and one GPIO line, read as the daemon
+    // reads them.
+    uint8_t read(int bus, uint8_t address, uint8_t reg);
+    int line(const std::string& name);
+    // Event log entries (not the non-volatile copies) whose text holds
+    // `text`; with a message id, only those of that id.
+    std::vector<ZellibCall> events(const std::string& text,
+                                   const std::string& messageId = "") const;
+    std::vector<ZellibCall> nvEvents(const std::string& messageId) const;
+
+    bool runToStage2(); // stage 1, the FPGA rails and the pre-retimer step
+    bool runStandby();  // everything up to and with stage 3
+    // The state after a standby power-up from a cold reset, and for a
+    // running board also after base power-on, as the sequences leave it.
+    void standbyState();
+    void runningState();
+
+    PrivateBus bus;
+    ubbsim::Neighbours neighbours;
+    BusResponder orvane{"xyz.openbmc_project.Orvane"};
+    VirtualBoardFixture fx;
+    GpioRecorder gpio;
+    OrvaneSvcState state;
+};
+
+// Every seam faked, and the daemon's VR_Info as the sequences read it back:
+// each module's design and its configuration folder "/vr/<module>".
+class VrInfoTest : public ::testing::Test
+{
+  protected:
+    void serve(const std::map<std::string, std::string>& designs)
+    {
+        for (const auto& [name, design] : designs)
+        {
+            std::string interface = std::string(vrInfoInterface) + "." + name;
+            responder->addProperty(vrInfoPath, interface, "HW_DESIGN", design);
+            responder->addProperty(vrInfoPath, interface, "VR_CONFIG_DIR",
+                                   "/vr/" + name);
+        }
+        responder->start();
+    }
+
+    void config(const std::string& name, const std::string& json)
+    {
+        std::filesystem::create_directories(platform::path("/vr/" + name));
+        std::ofstream(platform::path("/vr/" + name + "/vr_config.json"))
+            << json;
+    }
+
+    PrivateBus bus;
+    FakePlatform platform;
+    std::unique_ptr<BusResponder> responder =
+        std::make_unique<BusResponder>("xyz.openbmc_project.Orvane");
+};
+
+} // namespace orvane::test

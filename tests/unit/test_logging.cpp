@@ -1,0 +1,247 @@
+#include "fakes/console_capture.hpp"
+#include "fakes/fake_platform.hpp"
+#include "logging/events.hpp"
+#include "logging/log_line.hpp"
+
+#include <cstdlib>
+#include <ctime>
+#include <iomanip>
+
+#include <gtest/gtest.h>
+
+namespace orvane::logging
+{
+namespace
+{
+
+using test::console;
+using test::ZellibCall;
+
+class LoggingTest : public ::testing::Test
+{
+  protected:
+    test::FakePlatform fake;
+};
+
+TEST_F(LoggingTest, ConsoleLineCarriesUtcPrefixQuotedFileAndNewline)
+{
+    std::string out = console([] {
+        LogLine(level::ERR, "src/utils/utils", 63, true, false, true, "", "",
+                "", "")
+            << "Failed to open the I2C bus";
+    });
+    EXPECT_EQ(out, "(2026-11-14 16:05:16) [ERROR \"utils\":63] Failed to "
+                   "open the I2C bus\n");
+    // Without the prefix, only the text.
+    out = console([] {
+        LogLine(level::INFO, "f", 1, true, false, false, "", "", "", "")
+            << "bare";
+    });
+    EXPECT_EQ(out, "bare\n");
+}
+
+TEST_F(LoggingTest, PrefixIsUtcWhateverTheLocalZone)
+{
+    const char* old = std::getenv("TZ");
+    std::string saved = old ? old : "";
+    setenv("TZ", "Asia/Tokyo", 1);
+    tzset();
+    std::string out = console([] {
+        LogLine(level::INFO, "f", 1, true, false, true, "", "", "", "");
+    });
+    old ? setenv("TZ", saved.c_str(), 1) : unsetenv("TZ");
+    tzset();
+    EXPECT_EQ(out, "(2026-11-14 16:05:16) [INFO \"f\":1] \n");
+}
+
+TEST_F(LoggingTest, PrefixNamesTheLevelAndTheFile)
+{
+    EXPECT_EQ(linePrefix(0, 0, "a", 1),
+              "(1970-01-01 00:00:00) [EMERGENCY \"a\":1] ");
+    EXPECT_EQ(linePrefix(0, 5, "a", 1),
+              "(1970-01-01 00:00:00) [NOTICE \"a\":1] ");
+    EXPECT_EQ(linePrefix(0, 7, "a", 1),
+              "(1970-01-01 00:00:00) [DEBUG \"a\":1] ");
+    // An unknown level keeps the blank after the empty name.
+    EXPECT_EQ(linePrefix(0, 8, "a", 1), "(1970-01-01 00:00:00) [ \"a\":1] ");
+    EXPECT_EQ(linePrefix(0, -1, "a", 1), "(1970-01-01 00:00:00) [ \"a\":1] ");
+    // The file is its last component, quoted with escapes.
+    EXPECT_EQ(linePrefix(0, 6, "/a/b/we\"ird\\name.cpp", 9),
+              "(1970-01-01 00:00:00) [INFO \"we\\\"ird\\\\name.cpp\":9] ");
+    EXPECT_EQ(linePrefix(0, 6, "dir/", 9),
+              "(1970-01-01 00:00:00) [INFO \"\":9] ");
+    EXPECT_EQ(linePrefix(0, 6, "", 9), "(1970-01-01 00:00:00) [INFO \"\":9] ");
+}
+
+TEST_F(LoggingTest, StreamsFormatLikeAnOutputStream)
+{
+    std::string out = console([] {
+        ConsoleLog(level::INFO)
+            << "v=0x" << std::hex << std::setw(4) << std::setfill('0') << 0x2a
+            << std::dec << " n=" << 12 << std::endl;
+    });
+    EXPECT_NE(out.find("] v=0x002a n=12\n\n"), std::string::npos);
+}
+
+TEST_F(LoggingTest, TimeStampIsTakenWhenTheLineIsMade)
+{
+    std::string out = console([this] {
+        LogLine line(level::INFO, "f", 1, true, false, true, "", "", "", "");
+        fake.clock.advance(std::chrono::seconds(5));
+        line << "late";
+    });
+    EXPECT_EQ(out.substr(0, 21), "(2026-11-14 16:05:16)");
+}
+
+TEST_F(LoggingTest, DestinationsNeverMix)
+{
+    std::string out = console([] {
+        // Console wins over the non-volatile flag.
+        LogLine(level::CRITICAL, "f", 1, true, true, true, "Id", "a", "b", "c")
+            << "both";
+        NvEvent(level::WARNING, "OrvaneSvcUnexpected", "x", "", "") << "nv";
+        PlainEvent(level::WARNING, "Plain", "", "y", "") << "plain";
+    });
+    EXPECT_NE(out.find("both"), std::string::npos);
+    EXPECT_EQ(out.find("nv"), std::string::npos);
+
+    auto calls = fake.zellib.calls();
+    ASSERT_EQ(calls.size(), 3U);
+    EXPECT_EQ(calls[0].kind, ZellibCall::Kind::nvLog);
+    EXPECT_EQ(calls[1].kind, ZellibCall::Kind::log);
+    EXPECT_EQ(calls[0].message, calls[1].message);
+    EXPECT_EQ(calls[0].messageId, "OrvaneSvcUnexpected");
+    EXPECT_EQ(calls[0].arg1, "x");
+    EXPECT_EQ(calls[0].level, level::WARNING);
+    // The library gets the same prefix as the console.
+    EXPECT_EQ(calls[0].message.substr(0, 34),
+              "(2026-11-14 16:05:16) [WARNING \"te");
+    EXPECT_EQ(calls[2].kind, ZellibCall::Kind::log);
+    EXPECT_EQ(calls[2].arg2, "y");
+    EXPECT_TRUE(calls[2].message.ends_with("] plain"));
+}
+
+TEST_F(LoggingTest, I2cRecordFlagsFollowTheCode)
+{
+    uint8_t write[2] = {0x4E, 0x01};
+    uint8_t read = 0;
+    struct Case
+    {
+        int code;
+        bool noAccess, readFailed, writeFailed, other;
+    };
+    for (Case c : {Case{1, true, false, false, false},
+                   Case{2, true, false, false, false},
+                   Case{4, false, false, true, false},
+                   Case{5, false, true, false, false},
+                   Case{6, false, false, false, true}})
+    {
+        fake.zellib.clear();
+        EXPECT_EQ(AddI2CEvent(c.code, level::WARNING, "msg", true, 3, 0x56,
+                              0xF2, 2, write, 1, &read),
+                  0);
+        auto calls = fake.zellib.calls(ZellibCall::Kind::i2cLog);
+        ASSERT_EQ(calls.size(), 1U) << c.code;
+        const I2CLogData& r = *calls[0].i2c;
+        EXPECT_EQ(r.noAccess, c.noAccess) << c.code;
+        EXPECT_EQ(r.readFailed, c.readFailed) << c.code;
+        EXPECT_EQ(r.writeFailed, c.writeFailed) << c.code;
+        EXPECT_EQ(r.otherFailure, c.other) << c.code;
+        EXPECT_EQ(r.bus, 3);
+        EXPECT_EQ(r.address, 0x56);
+        EXPECT_EQ(r.reg, 0xF2);
+        EXPECT_EQ(r.writeLength, 2U);
+        EXPECT_EQ(r.readLength, 1U);
+        EXPECT_EQ(r.writeBuffer, write);
+        EXPECT_EQ(r.readBuffer, &read);
+        EXPECT_EQ(r.message, "msg");
+        EXPECT_EQ(calls[0].level, level::WARNING);
+        EXPECT_TRUE(calls[0].flag);
+    }
+}
+
+TEST_F(LoggingTest, I2cCodesWithoutRecordReachNoLibrary)
+{
+    for (int code : {0, 3, 7, -1})
+    {
+        ::testing::internal::CaptureStderr();
+        EXPECT_EQ(
+            AddI2CEvent(code, 2, "m", false, 0, 0, 0, 0, nullptr, 0, nullptr),
+            -1);
+        EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+                  "Undefined I2C_Event code\n");
+    }
+    EXPECT_TRUE(fake.zellib.calls().empty());
+}
+
+TEST_F(LoggingTest, PowerTransitionMakesFourCallsInOrder)
+{
+    LogPowerTransition(false, true);
+    auto calls = fake.zellib.calls();
+    using Call = std::tuple<ZellibCall::Kind, std::string>;
+    std::vector<Call> made;
+    for (const auto& call : calls)
+    {
+        made.emplace_back(call.kind, call.arg1);
+        EXPECT_EQ(call.messageId, "ResourceEvent.1.2.1.ResourcePoweringOff");
+        EXPECT_EQ(call.level, level::INFO);
+        EXPECT_EQ(call.arg2 + call.arg3, "");
+    }
+    EXPECT_EQ(made,
+              (std::vector<Call>{{ZellibCall::Kind::nvLog, "UBB standby"},
+                                 {ZellibCall::Kind::nvLog, "OAM standby"},
+                                 {ZellibCall::Kind::log, "UBB standby"},
+                                 {ZellibCall::Kind::log, "OAM standby"}}));
+    EXPECT_EQ(calls[0].message, "Power Sequence: UBB StandBy Power Off");
+    EXPECT_EQ(calls[1].message, "Power Sequence: OAM StandBy Power Off");
+
+    fake.zellib.clear();
+    LogPowerTransition(true, false);
+    calls = fake.zellib.calls();
+    ASSERT_EQ(calls.size(), 4U);
+    EXPECT_EQ(calls[0].messageId, "ResourceEvent.1.2.1.ResourcePoweringOn");
+    EXPECT_EQ(calls[0].message, "Power Sequence: UBB Base Power On");
+    EXPECT_EQ(calls[1].arg1, "OAM base");
+}
+
+TEST_F(LoggingTest, PowerCriticalDumpsThenOneNonVolatileEntry)
+{
+    fake.zellib.dumpPath = "/var/dump/7";
+    ReportPowerCritical(false, "OAM_3 module power good");
+    auto calls = fake.zellib.calls();
+    ASSERT_EQ(calls.size(), 2U);
+    EXPECT_EQ(calls[0].kind, ZellibCall::Kind::dump);
+    EXPECT_EQ(calls[0].arg1, "OAMPowerStatus");
+    EXPECT_EQ(calls[0].arg2, "Critical");
+    EXPECT_EQ(calls[0].arg3, "OAM_3 module power good");
+    EXPECT_EQ(calls[1].kind, ZellibCall::Kind::nvLog);
+    EXPECT_EQ(calls[1].level, level::CRITICAL);
+    EXPECT_EQ(calls[1].messageId, "OAMPowerStatusCritical");
+    EXPECT_EQ(calls[1].message, "Power Sequence: OAM power OAM_3 module power "
+                                "good goes down or status critical fault.");
+    EXPECT_EQ(calls[1].arg1, "OAM_3 module power good");
+    EXPECT_EQ(calls[1].arg2, "");
+    EXPECT_EQ(calls[1].arg3, "/var/dump/7");
+}
+
+TEST_F(LoggingTest, LogDumpFailureIsToldAndPathStillReturned)
+{
+    fake.zellib.dumpCode = 5;
+    fake.zellib.dumpPath = "/p";
+    std::string out =
+        console([] { EXPECT_EQ(TriggerLogDump("a", "b", "c", 1.5), "/p"); });
+    EXPECT_NE(out.find("[WARNING \"events.cpp\":"), std::string::npos);
+    EXPECT_NE(out.find("orvane tigger log dump fail. code: 5"),
+              std::string::npos);
+}
+
+TEST_F(LoggingTest, HexStringIsUpperCaseUnpadded)
+{
+    EXPECT_EQ(ToHexString(0x61), "0x61");
+    EXPECT_EQ(ToHexString(255), "0xFF");
+    EXPECT_EQ(ToHexString(0), "0x0");
+    EXPECT_EQ(ToHexString(0xABCDEF01), "0xABCDEF01");
+}
+
+} // namespace
+} // namespace orvane::logging
