@@ -2,7 +2,7 @@
 //
 //   ubb-sim [--scenario NAME|FILE] [--out DIR] [--speed X | --real-time]
 //           [--end SECONDS] [--daemon PROGRAM] [--quiet] [--list]
-//           [--sleep-ledger]
+//           [--sleep-ledger] [--erot-state FILE]
 
 #include "run/sim_run.hpp"
 #include "scenario/scenario_json.hpp"
@@ -28,13 +28,14 @@ struct Arguments
     bool quiet = false;
     bool list = false;
     bool sleepLedger = false;
+    std::string erotState;
 };
 
 const char* usage =
     "usage: ubb-sim [--scenario NAME|FILE] [--out DIR] [--speed X | "
     "--real-time]\n"
     "               [--end SECONDS] [--daemon PROGRAM] [--quiet] [--list]\n"
-    "               [--sleep-ledger]\n";
+    "               [--sleep-ledger] [--erot-state FILE]\n";
 
 fs::path selfDirectory()
 {
@@ -72,6 +73,8 @@ std::optional<Arguments> parse(int argc, char** argv)
             args.list = true;
         else if (flag == "--sleep-ledger")
             args.sleepLedger = true;
+        else if (flag == "--erot-state")
+            args.erotState = value();
         else
             throw std::invalid_argument("unknown option " + flag);
     }
@@ -127,6 +130,7 @@ int main(int argc, char** argv)
                 : args->daemon;
         options.echoTrail = !args->quiet;
         options.sleepLedger = args->sleepLedger;
+        options.erotStatePath = args->erotState;
         return ubbsim::runScenario(scenario, options);
     }
     catch (const std::invalid_argument& error)

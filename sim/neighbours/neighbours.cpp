@@ -40,6 +40,13 @@ constexpr const char* rmService = "xyz.openbmc_project.rm";
 constexpr const char* rmPath = "/xyz/openbmc_project/rm/Ctrl";
 constexpr const char* rmInterface = "xyz.openbmc_project.rmIntf";
 
+constexpr const char* mctpService = "xyz.openbmc_project.MCTP.SMBus15";
+constexpr const char* mctpPath = "/xyz/openbmc_project/mctp";
+constexpr const char* mctpInterface = "xyz.openbmc_project.MCTP.Endpoint";
+// What a failed transfer to the device answers; the caller's sd-bus reads
+// it as EIO.
+constexpr const char* mctpIoError = "org.freedesktop.DBus.Error.IOError";
+
 constexpr uint32_t oamCount = 8;
 
 std::string asText(const std::string& value)
@@ -77,13 +84,14 @@ struct Service
 
 struct Neighbours::Impl
 {
-    explicit Impl(const Scenario& scenario) :
-        scenario(scenario), fru(fruObjects(scenario))
+    Impl(const Scenario& scenario, MctpHandler mctp) :
+        scenario(scenario), mctp(std::move(mctp)), fru(fruObjects(scenario))
     {
         indexObjects();
     }
 
     Scenario scenario;
+    MctpHandler mctp;
     std::vector<FruObject> fru;
     ObjectIndex index;
     CallLog log;
@@ -277,12 +285,37 @@ void Neighbours::Impl::serveRm()
 
 // ---- MCTP endpoint ----------------------------------------------------------
 
-// Slot for xyz.openbmc_project.MCTP.SMBus15, the endpoint through which the
-// daemon reaches the eRoT. It joins the services here with the eRoT model;
-// until then no peer owns the name and the daemon's eRoT calls fail as on
-// a board whose MCTP stack isn't up.
+// The endpoint through which the daemon reaches the eRoT. Without a
+// handler no peer owns the name and the daemon's eRoT calls fail as on a
+// board whose MCTP stack isn't up.
 void Neighbours::Impl::serveMctpEndpoint()
-{}
+{
+    if (!mctp)
+    {
+        return;
+    }
+    Service& service = open(mctpService);
+    sdbus::IObject& endpoint = service.object(mctpPath);
+    endpoint.registerMethod("MctpSendRecv")
+        .onInterface(mctpInterface)
+        .withInputParamNames("address", "eid", "timeout", "request")
+        .withOutputParamNames("response")
+        .implementedAs([this](uint8_t address, uint8_t eid, uint16_t timeout,
+                              const std::vector<uint8_t>& request) {
+            record(mctpService, "MctpSendRecv",
+                   std::to_string(address) + ", " + std::to_string(eid) + ", " +
+                       std::to_string(timeout) + ", " +
+                       std::to_string(request.size()) + " bytes");
+            auto reply = mctp(request);
+            if (!reply)
+            {
+                throw sdbus::Error(mctpIoError, "no answer from the device");
+            }
+            return *reply;
+        });
+    endpoint.finishRegistration();
+    service.connection->requestName(mctpService);
+}
 
 // ---- running ----------------------------------------------------------------
 
@@ -336,8 +369,8 @@ void Neighbours::Impl::stopAll()
     services.clear();
 }
 
-Neighbours::Neighbours(const Scenario& scenario) :
-    impl(std::make_unique<Impl>(scenario))
+Neighbours::Neighbours(const Scenario& scenario, MctpHandler mctp) :
+    impl(std::make_unique<Impl>(scenario, std::move(mctp)))
 {}
 
 Neighbours::~Neighbours()

@@ -3,7 +3,9 @@
 #include "neighbours/call_log.hpp"
 #include "scenario/scenario.hpp"
 
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,11 +19,19 @@ namespace ubbsim
 //   xyz.openbmc_project.State.Chassis       CurrentPowerState
 //   xyz.openbmc_project.Software.BMC.Updater  SMCUpdateOnGoing
 //   xyz.openbmc_project.rm                  the RM service's methods
+//   xyz.openbmc_project.MCTP.SMBus15        MctpSendRecv to the eRoT, when
+//                                           a handler is given
 // Each has a connection and a thread of its own.
 class Neighbours
 {
   public:
-    explicit Neighbours(const Scenario& scenario);
+    // The eRoT behind the MCTP endpoint: the reply frame to a request, an
+    // empty frame for a reply that never came, or none when the link is
+    // down (the call then fails with an I/O error).
+    using MctpHandler = std::function<std::optional<std::vector<uint8_t>>(
+        const std::vector<uint8_t>& request)>;
+
+    explicit Neighbours(const Scenario& scenario, MctpHandler mctp = {});
     ~Neighbours();
     Neighbours(const Neighbours&) = delete;
     Neighbours& operator=(const Neighbours&) = delete;

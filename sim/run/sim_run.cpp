@@ -5,6 +5,7 @@
 #include "neighbours/neighbours.hpp"
 #include "run/bus_daemon.hpp"
 #include "run/daemon_process.hpp"
+#include "run/run_erot.hpp"
 #include "run/run_report.hpp"
 #include "run/sim_root.hpp"
 #include "server/board_server.hpp"
@@ -53,9 +54,10 @@ void catchStopSignals()
     sigaction(SIGTERM, &action, nullptr);
 }
 
-const char* const outputs[] = {"trail.log",     "events.jsonl",
-                               "journal.jsonl", "dbus-state.json",
-                               "waveform.vcd",  "summary.txt"};
+const char* const outputs[] = {
+    "trail.log",       "events.jsonl",    "journal.jsonl",
+    "dbus-state.json", "waveform.vcd",    "summary.txt",
+    "erot.jsonl",      "erot-state.json", "erot-signing-key.pem"};
 
 // A scratch directory for the sockets: their paths must stay short.
 class ScratchDir
@@ -111,12 +113,14 @@ SimTime boardTime(Seconds seconds)
     return SimTime(static_cast<int64_t>(seconds * 1e9));
 }
 
-void act(const DaemonAction& action, Board& board, DaemonProcess& daemon)
+void act(const DaemonAction& action, Board& board, DaemonProcess& daemon,
+         RunErot& erot)
 {
     daemon.kill();
     if (action.kind == DaemonAction::Kind::restart)
     {
         board.smcReset();
+        erot.endpoint().smcReset();
     }
     if (action.kind != DaemonAction::Kind::kill)
     {
@@ -229,9 +233,12 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
     auto board = makeBoard(scenario, clock);
     BoardServer server(*board, env.socketPath);
     server.start();
-    Neighbours neighbours(scenario);
-    neighbours.start();
     prepareRoot(env.rootDir, scenario);
+    RunErot erot(scenario, env.rootDir, out, clock, options.erotStatePath);
+    Scenario neighbourhood = scenario;
+    erot.fillRmDigests(neighbourhood);
+    Neighbours neighbours(neighbourhood, erot.handler());
+    neighbours.start();
 
     auto environment = toEnvironment(env);
     environment.emplace_back("DBUS_SYSTEM_BUS_ADDRESS", bus.address());
@@ -249,7 +256,12 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
         while (next < actions.size() &&
                clock.now() >= boardTime(actions[next].at))
         {
-            act(actions[next++], *board, daemon);
+            act(actions[next++], *board, daemon, erot);
+        }
+        // A reset that the eRoT accepted restarts the SMC.
+        if (erot.endpoint().resetDue())
+        {
+            act({.kind = DaemonAction::Kind::restart}, *board, daemon, erot);
         }
         stats.sample(clock.now(), *board, daemon);
         std::this_thread::sleep_for(tick);
@@ -260,6 +272,7 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
     daemon.kill();
     neighbours.stop();
     server.stop();
+    erot.finish();
     board->writeWaveform((out / "waveform.vcd").string());
     ::shm_unlink(env.shmName.c_str());
 
@@ -268,7 +281,8 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
                              std::chrono::steady_clock::now() - wallStart)
                              .count();
     std::string summary =
-        summaryText(scenario, *board, daemon, neighbours, events, wallSeconds);
+        summaryText(scenario, *board, daemon, neighbours, events, wallSeconds) +
+        erot.summaryLine();
     std::ofstream(out / "summary.txt") << summary;
     std::cout << "\n" << summary << "outputs in " << out.string() << "\n";
     return 0;

@@ -13,7 +13,8 @@ struct RunOptions
     std::string outDir;        // trail, events, state, waveform, root/
     std::string daemonProgram; // orvane-virtual
     bool echoTrail = true;
-    bool sleepLedger = false; // write the daemon's main-thread sleeps
+    bool sleepLedger = false;  // write the daemon's main-thread sleeps
+    std::string erotStatePath; // the eRoT's state: loaded if there, saved
 };
 
 // Runs one scenario from board power-up to its end and writes the outputs.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "scenario/erot_scenario.hpp"
+
 #include <array>
 #include <cstdint>
 #include <map>
@@ -120,6 +122,7 @@ struct Scenario
     std::vector<Fault> faults;
     std::vector<DaemonAction> daemon;
     std::map<std::string, int> toolExit; // exit status per tool path
+    ErotScenario erot;                   // the root of trust and its images
     Seconds end = 120;
     double speed = 10; // board seconds per machine second
 };

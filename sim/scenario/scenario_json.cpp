@@ -1,5 +1,6 @@
 #include "scenario/scenario_json.hpp"
 
+#include "scenario/erot_json.hpp"
 #include "scenario/fault_json.hpp"
 #include "scenario/json_reader.hpp"
 
@@ -515,7 +516,7 @@ Scenario parseScenario(const json& document)
     Fields fields(document, "",
                   {"name", "description", "start", "baseWasOn", "oams", "ubb",
                    "k517", "fruValid", "host", "faults", "daemon", "tools",
-                   "end", "speed"});
+                   "erot", "end", "speed"});
     Scenario scenario;
     scenario.name = "custom";
     scenario.end = defaultEnd;
@@ -548,6 +549,10 @@ Scenario parseScenario(const json& document)
     if (const json* tools = fields.find("tools"))
     {
         scenario.toolExit = parseTools(*tools, fields.at("tools"));
+    }
+    if (const json* erot = fields.find("erot"))
+    {
+        scenario.erot = parseErot(*erot, fields.at("erot"), scenario.end);
     }
     return scenario;
 }

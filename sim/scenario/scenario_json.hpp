@@ -41,6 +41,7 @@ class ScenarioError : public std::runtime_error
 //     "faults": [{"kind": "railNoPowerGood", "rail": "VCCINT_FPGA"}],
 //     "daemon": [{"at": 80, "action": "restart"}],
 //     "tools": {"/usr/share/images/rm_recovery.sh": 0},
+//     "erot": {...}    (the root of trust, see erot_json.hpp)
 //     "end": 120, "speed": 10
 //   }
 //

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "erot/ec_key.hpp"
+#include "erot/erot_state.hpp"
+#include "scenario/erot_scenario.hpp"
+
+#include <array>
+#include <filesystem>
+
+namespace ubbsim::erot
+{
+
+// The keys of one run, made at its start. The eRoT trusts `trusted` and
+// holds `revoked` as revoked; `unknown` signs under an index it doesn't
+// hold; `identity` is the device's own.
+struct BoardKeys
+{
+    EcKey trusted;
+    EcKey revoked;
+    EcKey unknown;
+    EcKey identity;
+};
+
+inline constexpr uint8_t trustedKeyIndex = 0;
+inline constexpr uint8_t revokedKeyIndex = 1;
+inline constexpr uint8_t unknownKeyIndex = 5;
+
+BoardKeys generateBoardKeys();
+
+// Signs and writes the image pairs of both sides below
+// <root>/var/lib/images/{A,B}, marked as the scenario says, and returns
+// the state of an eRoT that has measured them.
+ErotState setUpBoardErot(const ErotScenario& scenario,
+                         const std::filesystem::path& root,
+                         const BoardKeys& keys);
+
+// Whether the board of the scenario carries the component.
+bool carried(const ErotScenario& scenario, uint16_t componentId);
+
+// SHA-256 of the RM image of a side, as the RM service reports it for a
+// module that holds that image; zeros when there is no such file.
+std::array<uint8_t, 32> rmImageSha256(const std::filesystem::path& root,
+                                      int side);
+
+} // namespace ubbsim::erot

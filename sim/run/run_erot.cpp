@@ -1,0 +1,84 @@
+#include "run/run_erot.hpp"
+
+#include "erot/board_erot.hpp"
+#include "erot/state_json.hpp"
+
+#include <algorithm>
+#include <fstream>
+#include <sstream>
+
+namespace ubbsim
+{
+
+namespace fs = std::filesystem;
+
+RunErot::RunErot(const Scenario& scenario, const fs::path& rootDir,
+                 const fs::path& outDir, const SimClock& clock,
+                 std::string savedState) :
+    root(rootDir),
+    out(outDir), statePath(std::move(savedState))
+{
+    erot::BoardKeys keys = erot::generateBoardKeys();
+    erot::ErotState state = erot::setUpBoardErot(scenario.erot, root, keys);
+    if (!statePath.empty() && fs::exists(statePath))
+    {
+        erot::adoptSaved(state, erot::loadState(statePath));
+    }
+    std::ofstream(out / "erot-signing-key.pem") << keys.trusted.privatePem();
+    link = std::make_unique<erot::ErotEndpoint>(
+        std::move(state), scenario.erot.faults,
+        [&clock] { return clock.now(); });
+    link->recordTo((out / "erot.jsonl").string());
+}
+
+Neighbours::MctpHandler RunErot::handler()
+{
+    return [this](const std::vector<uint8_t>& request)
+               -> std::optional<std::vector<uint8_t>> {
+        erot::Delivery delivery = link->exchange(request);
+        if (delivery.kind == erot::Delivery::Kind::linkDown)
+        {
+            return std::nullopt;
+        }
+        return std::move(delivery.frame);
+    };
+}
+
+void RunErot::fillRmDigests(Scenario& scenario) const
+{
+    auto digest = erot::rmImageSha256(root, link->state().activeSide);
+    for (OamSlot& slot : scenario.oams)
+    {
+        if (std::all_of(slot.rmDigest.begin(), slot.rmDigest.end(),
+                        [](uint8_t byte) { return byte == 0; }))
+        {
+            slot.rmDigest = digest;
+        }
+    }
+}
+
+void RunErot::finish()
+{
+    erot::ErotState state = link->state();
+    erot::saveState(state, (out / "erot-state.json").string());
+    if (!statePath.empty())
+    {
+        erot::saveState(state, statePath);
+    }
+}
+
+std::string RunErot::summaryLine() const
+{
+    auto exchanges = link->exchanges();
+    auto faulted =
+        std::count_if(exchanges.begin(), exchanges.end(),
+                      [](const auto& e) { return !e.fault.empty(); });
+    erot::ErotState state = link->state();
+    std::ostringstream line;
+    line << "eRoT: " << exchanges.size() << " exchange(s), " << faulted
+         << " faulted; " << link->resets() << " SMC reset(s); side "
+         << (state.activeSide == 0 ? "A" : "B") << " active\n";
+    return line.str();
+}
+
+} // namespace ubbsim

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace ubbsim
+{
+
+// Seconds of board time, as everywhere in a scenario.
+using ErotSeconds = double;
+
+// What a scenario changes in one component of the eRoT. Unset fields keep
+// the healthy board's values: the same version on both sides, SVN 1 and a
+// committed minimum SVN of 1.
+struct ErotComponentSetting
+{
+    std::optional<uint32_t> version;
+    std::optional<uint32_t> svn;
+    std::optional<uint32_t> minSvn;
+    // The side its boot partition record names; unset follows the SMC.
+    std::optional<int> bootSide;
+};
+
+// An image pair on the SMC's storage that isn't what a healthy board has.
+struct ErotImageMark
+{
+    enum class Kind
+    {
+        tampered,   // the image changed after signing
+        revokedKey, // signed with a key that the eRoT has revoked
+        unknownKey, // signed with a key that the eRoT doesn't know
+        lowSvn,     // SVN below the committed minimum
+        missing,    // no files at all
+    };
+    std::string component; // a component name, e.g. "UBB_FPGA"
+    int side = 0;          // 0 A, 1 B
+    Kind kind = Kind::tampered;
+};
+
+// A fault of the eRoT or of its link. Which fields matter depends on the
+// kind:
+//   deadLink         every exchange fails as the bus call
+//   lostReplies      the device acts but its reply never arrives
+//   shortReply       the reply ends after the 8-byte header
+//   oversizedReply   the reply is larger than any buffer of the client
+//   wrongLength      the reply lacks its last byte (has one too many
+//                    when it carries no payload)
+//   formatVersion    opcode, value: the reply's format version byte
+//   status           opcode, value [component]: the device refuses
+//   secureBootFailed component [side]: reported secure boot status 0
+//   missingBpr       component: left out of the boot partition records
+// Each holds from `at` until `until` (board seconds) and, where `count` is
+// given, for that many matching exchanges only. `opcode` -1 matches all.
+struct ErotFault
+{
+    std::string kind;
+    ErotSeconds at = 0;
+    std::optional<ErotSeconds> until;
+    int opcode = -1;
+    int count = -1;
+    int value = 0;
+    std::string component;
+    int side = -1; // -1 both
+};
+
+// A trace log entry that the eRoT holds before the run starts.
+struct ErotTraceSetting
+{
+    std::string tag; // four characters
+    uint32_t data1 = 0;
+    uint32_t data2 = 0;
+    int severity = 5;
+};
+
+struct ErotScenario
+{
+    bool dualRetimers = false; // retimer-1/-2 instead of one retimer image
+    int activeSide = 0;        // the SMC's flash side that boots
+    bool updateOnReboot = false;
+    bool autoArb = false;
+    uint8_t health = 0x01;
+    std::map<std::string, ErotComponentSetting> components;
+    std::vector<ErotImageMark> images;
+    std::vector<ErotFault> faults;
+    std::vector<ErotTraceSetting> traceLog;
+};
+
+} // namespace ubbsim

@@ -1,0 +1,124 @@
+#include "erot_harness.hpp"
+
+#include "erot/sha384.hpp"
+
+#include <stdlib.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <fstream>
+#include <iterator>
+
+namespace ubbsim::erot::test
+{
+
+namespace
+{
+
+ErotEndpoint* active = nullptr;
+
+} // namespace
+
+int inProcessTransport(const uint8_t* request, size_t requestLength,
+                       uint8_t* response, size_t capacity, uint32_t,
+                       size_t* pReceivedLength)
+{
+    for (int attempt = 0; attempt < ::erot::transportAttempts; ++attempt)
+    {
+        Delivery delivery = active->exchange({request, requestLength});
+        if (delivery.kind != Delivery::Kind::reply)
+        {
+            continue;
+        }
+        if (delivery.frame.size() > capacity)
+        {
+            return -EIO;
+        }
+        std::copy(delivery.frame.begin(), delivery.frame.end(), response);
+        *pReceivedLength = delivery.frame.size();
+        return 0;
+    }
+    return -EIO;
+}
+
+const BoardKeys& ErotTest::keys()
+{
+    static const BoardKeys made = generateBoardKeys();
+    return made;
+}
+
+ErotTest::ErotTest() : previous(::erot::ErotSetTransport(&inProcessTransport))
+{
+    std::string pattern =
+        (std::filesystem::temp_directory_path() / "erot-test-XXXXXX").string();
+    root = ::mkdtemp(pattern.data());
+}
+
+ErotTest::~ErotTest()
+{
+    ::erot::ErotSetTransport(previous);
+    active = nullptr;
+    std::filesystem::remove_all(root);
+}
+
+void ErotTest::boot(const ErotScenario& scenario)
+{
+    boot(setUpBoardErot(scenario, root, keys()), scenario.faults);
+}
+
+void ErotTest::boot(ErotState state, std::vector<ErotFault> faults)
+{
+    endpoint = std::make_unique<ErotEndpoint>(
+        std::move(state), std::move(faults), [this] { return now; });
+    active = endpoint.get();
+}
+
+std::vector<uint8_t> ErotTest::file(int side, const std::string& name) const
+{
+    std::ifstream in(root / "var/lib/images" / (side == 0 ? "A" : "B") / name,
+                     std::ios::binary);
+    return {std::istreambuf_iterator<char>(in),
+            std::istreambuf_iterator<char>()};
+}
+
+int ErotTest::verify(int side, const std::string& stem)
+{
+    SignedImage image;
+    image.payload = file(side, stem + ".bin");
+    std::vector<uint8_t> ahdr = file(side, stem + ".ahdr");
+    EXPECT_EQ(ahdr.size(), ahdrSize) << stem;
+    std::copy_n(ahdr.begin(), std::min(ahdr.size(), ahdrSize),
+                image.ahdr.begin());
+    return verify(image);
+}
+
+int ErotTest::verify(const SignedImage& image)
+{
+    // The SMC hashes every image but the bundle, whose hash stays zero.
+    Digest hash{};
+    auto fields = parseAhdr(image.ahdr);
+    if (fields && fields->verifiablePayloadSize != 0)
+    {
+        hash = sha384(image.payload);
+    }
+    uint8_t status = 0;
+    int result = ::erot::ErotImageVerify(0, fields ? fields->componentId : 0,
+                                         hash.data(), ahdrSize,
+                                         image.ahdr.data(), &status);
+    return result == 0 ? status : -1;
+}
+
+std::vector<TraceRecord> ErotTest::traces(const std::string& tag) const
+{
+    std::vector<TraceRecord> found;
+    for (const TraceRecord& record : endpoint->state().traceLog)
+    {
+        if (std::string(record.tag.begin(), record.tag.end()) == tag)
+        {
+            found.push_back(record);
+        }
+    }
+    return found;
+}
+
+} // namespace ubbsim::erot::test

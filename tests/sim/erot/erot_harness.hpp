@@ -1,0 +1,53 @@
+#pragma once
+
+#include "erot/board_erot.hpp"
+#include "erot/erot_endpoint.hpp"
+#include "erot/image_signer.hpp"
+
+#include <erotlib/erot.hpp>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace ubbsim::erot::test
+{
+
+// A board's eRoT reached by the client library in-process: the images of
+// the scenario signed into a temporary root, the endpoint behind erotlib's
+// transport, and a board clock that the test moves.
+class ErotTest : public ::testing::Test
+{
+  protected:
+    ErotTest();
+    ~ErotTest() override;
+
+    void boot(const ErotScenario& scenario = {});
+    void boot(ErotState state, std::vector<ErotFault> faults = {});
+
+    std::vector<uint8_t> file(int side, const std::string& name) const;
+    // Fetches an image pair of a side as the SMC does and has the eRoT
+    // judge it; the status byte, or -1 when the library failed.
+    int verify(int side, const std::string& stem);
+    int verify(const SignedImage& image);
+    // The trace log entries with this tag, oldest first.
+    std::vector<TraceRecord> traces(const std::string& tag) const;
+
+    SimTime now{0};
+    std::filesystem::path root;
+    static const BoardKeys& keys();
+    std::unique_ptr<ErotEndpoint> endpoint;
+
+  private:
+    ::erot::TransportFn previous;
+};
+
+// The transport to the endpoint: lost replies and a dead link are asked
+// again up to five times as on the bus, and end in -EIO.
+int inProcessTransport(const uint8_t* request, size_t requestLength,
+                       uint8_t* response, size_t capacity, uint32_t timeoutMs,
+                       size_t* pReceivedLength);
+
+} // namespace ubbsim::erot::test

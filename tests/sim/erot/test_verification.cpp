@@ -1,0 +1,143 @@
+// Image verification with real signatures: what passes, what doesn't and
+// how anti-rollback moves the line.
+
+#include "erot_harness.hpp"
+
+#include "erot/fw_components.hpp"
+#include "erot/image_signer.hpp"
+#include "erot/image_verifier.hpp"
+#include "erot/sha384.hpp"
+
+#include <gtest/gtest.h>
+
+namespace ubbsim::erot::test
+{
+namespace
+{
+
+using Kind = ErotImageMark::Kind;
+
+constexpr uint8_t refused = status::verifyFailed;
+
+class Verification : public ErotTest
+{
+  protected:
+    SignedImage ubbFpga(uint32_t svn)
+    {
+        AhdrFields fields;
+        fields.componentId = 0x0400;
+        fields.version = 0x02000000 + svn;
+        fields.svn = svn;
+        return signImage(fields, generatedPayload(0x0400, svn, 4096),
+                         keys().trusted, trustedKeyIndex);
+    }
+};
+
+TEST_F(Verification, EverySignedPairOfAHealthyBoardPasses)
+{
+    ErotScenario dual;
+    dual.dualRetimers = true;
+    boot(dual);
+    for (const FwComponent& component : fwComponents)
+    {
+        if (!component.hasAhdr || component.id == retimerId)
+        {
+            continue;
+        }
+        EXPECT_EQ(verify(0, std::string(component.stem)), 0) << component.name;
+        EXPECT_EQ(verify(1, std::string(component.stem)), 0) << component.name;
+    }
+    EXPECT_TRUE(traces("IVFL").empty());
+}
+
+// Each spoilt image is refused for its own reason, which the trace log
+// keeps; the other side of the same component still passes.
+TEST_F(Verification, SpoiltImagesAreRefusedWithTheirReason)
+{
+    ErotScenario scenario;
+    scenario.images = {{"IFWI", 0, Kind::tampered},
+                       {"VR", 1, Kind::revokedKey},
+                       {"RM", 0, Kind::unknownKey},
+                       {"UBB_FPGA", 0, Kind::lowSvn}};
+    boot(scenario);
+    EXPECT_EQ(verify(0, "ifwi"), refused);
+    EXPECT_EQ(verify(1, "vr"), refused);
+    EXPECT_EQ(verify(0, "rm"), refused);
+    EXPECT_EQ(verify(0, "ubb-fpga"), refused);
+    EXPECT_EQ(verify(1, "ifwi"), 0);
+    EXPECT_EQ(verify(0, "vr"), 0);
+
+    auto failed = traces("IVFL");
+    ASSERT_EQ(failed.size(), 4U);
+    EXPECT_EQ(failed[0].data2, static_cast<uint32_t>(Verdict::digestMismatch));
+    EXPECT_EQ(failed[1].data2, static_cast<uint32_t>(Verdict::revokedKey));
+    EXPECT_EQ(failed[2].data2, static_cast<uint32_t>(Verdict::unknownKey));
+    EXPECT_EQ(failed[3].data2, static_cast<uint32_t>(Verdict::rollback));
+    EXPECT_EQ(failed[0].severity, 4);
+}
+
+// A header that is changed after signing, or that names another
+// component than the one asked for, doesn't pass.
+TEST_F(Verification, HeaderMustBeTheSignedOne)
+{
+    boot();
+    SignedImage image = ubbFpga(1);
+    EXPECT_EQ(verify(image), 0);
+    SignedImage raised = image;
+    raised.ahdr[16] = 9; // SVN
+    EXPECT_EQ(verify(raised), refused);
+    uint8_t status = 0;
+    Digest hash = sha384(image.payload);
+    ASSERT_EQ(::erot::ErotImageVerify(0, 0x0500, hash.data(), ahdrSize,
+                                      image.ahdr.data(), &status),
+              0);
+    EXPECT_EQ(status, refused);
+}
+
+// The bundle's header covers no image: the SMC sends no hash for it, while
+// any other image needs its own.
+TEST_F(Verification, OnlyTheBundlePassesWithoutAHash)
+{
+    boot();
+    EXPECT_EQ(verify(0, "fwbundle"), 0);
+    std::vector<uint8_t> ahdr = file(0, "ifwi.ahdr");
+    Digest zeros{};
+    uint8_t status = 0;
+    ASSERT_EQ(::erot::ErotImageVerify(0, 0x0500, zeros.data(), ahdrSize,
+                                      ahdr.data(), &status),
+              0);
+    EXPECT_EQ(status, refused);
+}
+
+TEST_F(Verification, CommitRaisesTheMinimumToTheRunningSvn)
+{
+    ErotScenario scenario;
+    scenario.components["UBB_FPGA"].svn = 2;
+    boot(scenario);
+    EXPECT_EQ(verify(ubbFpga(1)), 0);
+    uint8_t status = 0xEE;
+    ASSERT_EQ(::erot::ErotARBCommit(&status), 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(verify(ubbFpga(1)), refused);
+    EXPECT_EQ(verify(ubbFpga(2)), 0);
+    EXPECT_EQ(verify(0, "ubb-fpga"), 0);
+}
+
+// Boot success commits only at stage 0 with automatic commit on.
+TEST_F(Verification, BootSuccessCommitsOnlyWhenAskedTo)
+{
+    ErotScenario scenario;
+    scenario.components["UBB_FPGA"].svn = 2;
+    boot(scenario);
+    uint8_t status = 0;
+    ASSERT_EQ(::erot::ErotSignalBootSuccess(0, &status), 0);
+    EXPECT_EQ(verify(ubbFpga(1)), 0) << "auto commit is off";
+    ASSERT_EQ(::erot::ErotSetAutoARBCommit(1, &status), 0);
+    ASSERT_EQ(::erot::ErotSignalBootSuccess(1, &status), 0);
+    EXPECT_EQ(verify(ubbFpga(1)), 0) << "commit deferred";
+    ASSERT_EQ(::erot::ErotSignalBootSuccess(0, &status), 0);
+    EXPECT_EQ(verify(ubbFpga(1)), refused);
+}
+
+} // namespace
+} // namespace ubbsim::erot::test
