@@ -91,12 +91,15 @@ void PowerBootOps::RunSecureBoot(OrvaneSvcState& state)
     }
     SetSecureBootStatus("InProgress");
     ConsoleLog(INFO) << "=== Start Secure Boot ===";
-    if (Stby_Pwr_on_Sqnc_2_PreRetimer(state, sideA) == 0 ||
+    PrintDebugTraceLog(context);
+    if (Stby_Pwr_on_Sqnc_2_PreRetimer(state, activeSide()) == 0 ||
         Stby_Pwr_on_Sqnc_2(state) == 0)
     {
         ConsoleLog(ERR) << "Standby power sequence 2 error";
         BootFailure(context);
     }
+    ConsoleLog(INFO) << "Print DebugTraceLog again.";
+    PrintDebugTraceLog(context);
     ConsoleLog(INFO) << "=== end of Secure Boot ===";
 }
 
