@@ -2,10 +2,13 @@
 // client library's own transport.
 
 #include "erot_harness.hpp"
+#include "erotctl_commands.hpp"
 
 #include "erot/opcodes.hpp"
 #include "fakes/bus_fixture.hpp"
 #include "neighbours/neighbours.hpp"
+
+#include <nlohmann/json.hpp>
 
 #include <gtest/gtest.h>
 
@@ -40,6 +43,16 @@ class MctpBus : public ErotTest
     void TearDown() override
     {
         neighbours.reset();
+    }
+
+    // erotctl as run from a shell; the library's retry lines are not part
+    // of its report.
+    erotctl::Outcome quietly(const std::vector<std::string>& words)
+    {
+        testing::internal::CaptureStdout();
+        erotctl::Outcome outcome = erotctl::run(words);
+        testing::internal::GetCapturedStdout();
+        return outcome;
     }
 
     orvane::test::PrivateBus bus;
@@ -79,6 +92,71 @@ TEST_F(MctpBus, DeadLinkEndsInAnIoErrorAfterFiveAttempts)
     EXPECT_EQ(status, 0xFF);
     EXPECT_EQ(neighbours->callCount("MctpSendRecv"), 5U);
     EXPECT_NE(printed.find("sd_bus_call error: -5"), std::string::npos);
+}
+
+// erotctl against the virtual board's endpoint: every read is answered and
+// decoded, and a write guarded by --write changes what the next read sees.
+TEST_F(MctpBus, ErotctlReadsEveryCommandFromTheBoard)
+{
+    serve({});
+    const std::vector<std::vector<std::string>> reads = {
+        {"active-flash"},
+        {"bpr"},
+        {"component-info", "--version", "2"},
+        {"component-info", "--version", "3"},
+        {"component-info", "--version", "4"},
+        {"bkc-manifest"},
+        {"security-settings"},
+        {"persist"},
+        {"auto-arb"},
+        {"trace-log"},
+        {"trace-log", "--basic"},
+        {"health"},
+        {"reset-reason"},
+        {"device-id"},
+        {"identity-hex"},
+        {"key-revoke-bits"},
+        {"svn-revoke-bits"},
+        {"cert-chain"},
+        {"token-read"},
+        {"record-get"},
+    };
+    for (auto words : reads)
+    {
+        std::string name = words[0];
+        erotctl::Outcome outcome = quietly(words);
+        EXPECT_EQ(outcome.exitCode, 0) << name << ": " << outcome.err;
+        EXPECT_FALSE(outcome.out.empty()) << name;
+        words.push_back("--json");
+        outcome = quietly(words);
+        EXPECT_EQ(outcome.exitCode, 0) << name << ": " << outcome.err;
+        EXPECT_TRUE(nlohmann::json::accept(outcome.out))
+            << name << ": " << outcome.out;
+    }
+    // Every entry of the board's table arrives, across pages.
+    auto info = nlohmann::json::parse(
+        quietly({"component-info", "--version", "4", "--json"}).out);
+    EXPECT_EQ(info["count"], 20);
+    EXPECT_EQ(info["components"].size(), 20U);
+}
+
+TEST_F(MctpBus, ErotctlWritesOnlyWithTheFlag)
+{
+    serve({});
+    EXPECT_EQ(quietly({"select-flash", "B"}).exitCode, 2);
+    EXPECT_EQ(quietly({"--write", "select-flash", "B"}).exitCode, 0);
+    std::string flash = quietly({"active-flash"}).out;
+    EXPECT_NE(flash.find("pending side B"), std::string::npos) << flash;
+}
+
+TEST_F(MctpBus, ErotctlReportsADeadLinkAsALinkFailure)
+{
+    ErotFault dead;
+    dead.kind = "deadLink";
+    serve({dead});
+    erotctl::Outcome outcome = quietly({"health"});
+    EXPECT_EQ(outcome.exitCode, 3);
+    EXPECT_FALSE(outcome.err.empty());
 }
 
 } // namespace

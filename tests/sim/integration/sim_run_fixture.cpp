@@ -114,6 +114,12 @@ std::vector<nlohmann::json> SimRun::eventsWithId(const std::string& id) const
 
 std::string SimRun::powerStatus(const std::string& property) const
 {
+    return orvaneProperty("Power_Status", property);
+}
+
+std::string SimRun::orvaneProperty(const std::string& interface,
+                                   const std::string& property) const
+{
     auto state = nlohmann::json::parse(dbusState, nullptr, false);
     if (state.is_discarded() || !state.contains("data"))
     {
@@ -126,7 +132,7 @@ std::string SimRun::powerStatus(const std::string& property) const
         {
             continue;
         }
-        auto iface = path->find("xyz.openbmc_project.Orvane.Power_Status");
+        auto iface = path->find("xyz.openbmc_project.Orvane." + interface);
         if (iface != path->end() && iface->contains(property))
         {
             return (*iface)[property].value("data", "");

@@ -27,6 +27,10 @@ struct SimRun
     // A Power_Status property of the daemon at the end of the run, or
     // empty when it wasn't published.
     std::string powerStatus(const std::string& property) const;
+    // A string property of another interface of the daemon's object
+    // (the part after "xyz.openbmc_project.Orvane.").
+    std::string orvaneProperty(const std::string& interface,
+                               const std::string& property) const;
     // How many times the trail holds the text.
     int trailCount(const std::string& text) const;
     // A sanitizer report or runtime error of either process, or empty.

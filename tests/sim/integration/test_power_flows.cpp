@@ -86,6 +86,8 @@ TEST(PowerFlow, NominalBootRunsEveryStageInOrder)
                     "UBB base has powered on", "OAM base has powered on"));
     EXPECT_EQ(sim.powerStatus("StandbyPowerStatus"), "On");
     EXPECT_EQ(sim.powerStatus("BasePowerStatus"), "Off");
+    EXPECT_EQ(sim.orvaneProperty("SecureBoot_Status", "Status"), "Success");
+    EXPECT_EQ(sim.trailCount("Print DebugTraceLog again."), 1);
 
     // The sequence as a logic analyser sees it, the host's enable at the
     // scenario's times.
@@ -271,6 +273,20 @@ TEST(PowerFlow, ServerResetAndUnplugWhileRunning)
                          "Base Power down request from rack manager."));
     // Plugged in again with the enable still high: base power comes back.
     EXPECT_EQ(unplug.trailCount("Base power good signal asserted"), 2);
+}
+
+TEST(SecureBoot, DeadErotLinkHaltsForRecoveryWhileTheBusServes)
+{
+    SimRun sim = run("erot-dead-link");
+    EXPECT_EQ(sim.eventsWithId("BootFailure").size(), 1U);
+    EXPECT_EQ(sim.trailCount("*** Leave Boot Critical Section. ***"), 1);
+    EXPECT_EQ(sim.trailCount("Retry eRot API (4/4)"), 2);
+    // busctl read the halted daemon's objects at the end of the run.
+    EXPECT_EQ(sim.orvaneProperty("SecureBoot_Status", "Status"),
+              "ManualRecovery");
+    EXPECT_EQ(sim.powerStatus("BasePowerStatus"), "Off");
+    EXPECT_LT(sim.firstChange("GPU_BASE_FPGA_READY", "1"), 0);
+    EXPECT_LT(sim.firstChange("UBB_FPGA_PROG_B", "0"), 0);
 }
 
 TEST(SimScenario, BusyEnableLineGoesToTheJournal)
