@@ -4,7 +4,9 @@
 #include <array>
 #include <cstdint>
 
-// Commands of the eRoT, byte 7 of every request frame.
+// Commands of the eRoT, byte 7 of every request frame. Written apart from
+// the client library's table on purpose: the board checks the client
+// instead of sharing its mistakes.
 namespace ubbsim::erot::op
 {
 

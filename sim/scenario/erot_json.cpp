@@ -14,16 +14,9 @@ using namespace reader;
 namespace
 {
 
-struct ErotFaultRule
+const std::vector<FaultRule>& erotFaultRules()
 {
-    std::string_view kind;
-    std::vector<std::string_view> required;
-    std::vector<std::string_view> optional;
-};
-
-const std::vector<ErotFaultRule>& erotFaultRules()
-{
-    static const std::vector<ErotFaultRule> rules = {
+    static const std::vector<FaultRule> rules = {
         {"deadLink", {}, {}},
         {"lostReplies", {"count"}, {"opcode"}},
         {"shortReply", {}, {"opcode"}},
@@ -40,29 +33,13 @@ const std::vector<ErotFaultRule>& erotFaultRules()
 const std::vector<std::string_view> everyKind = {"kind", "at", "until",
                                                  "count"};
 
-const ErotFaultRule& ruleFor(const json& fault, const std::string& path)
+const FaultRule& ruleFor(const json& fault, const std::string& path)
 {
-    expectObject(fault, path);
-    std::string kindPath = child(path, "kind");
-    auto kind = fault.find("kind");
-    if (kind == fault.end())
-    {
-        fail(kindPath, "required");
-    }
-    std::string name =
-        readChoice(*kind, kindPath, views(erotFaultKinds()), "fault kind");
-    for (const ErotFaultRule& rule : erotFaultRules())
-    {
-        if (rule.kind == name)
-        {
-            return rule;
-        }
-    }
-    fail(kindPath, "unknown fault kind");
+    return readFaultRule(fault, path, erotFaultRules());
 }
 
 void checkKeys(const json& fault, const std::string& path,
-               const ErotFaultRule& rule)
+               const FaultRule& rule)
 {
     std::vector<std::string_view> allowed = everyKind;
     allowed.insert(allowed.end(), rule.required.begin(), rule.required.end());
@@ -152,7 +129,7 @@ void checkFaultSense(const ErotFault& fault, const std::string& path)
 
 ErotFault parseFault(const json& value, const std::string& path, Seconds end)
 {
-    const ErotFaultRule& rule = ruleFor(value, path);
+    const FaultRule& rule = ruleFor(value, path);
     checkKeys(value, path, rule);
     ErotFault fault;
     fault.kind = std::string(rule.kind);
@@ -367,14 +344,7 @@ ErotScenario parseErot(const json& value, const std::string& path, Seconds end)
 
 const std::vector<std::string>& erotFaultKinds()
 {
-    static const std::vector<std::string> kinds = [] {
-        std::vector<std::string> names;
-        for (const ErotFaultRule& rule : erotFaultRules())
-        {
-            names.emplace_back(rule.kind);
-        }
-        return names;
-    }();
+    static const std::vector<std::string> kinds = kindNames(erotFaultRules());
     return kinds;
 }
 

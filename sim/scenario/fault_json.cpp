@@ -12,13 +12,6 @@ using namespace reader;
 namespace
 {
 
-struct FaultRule
-{
-    std::string_view kind;
-    std::vector<std::string_view> required;
-    std::vector<std::string_view> optional;
-};
-
 const std::vector<FaultRule>& faultRules()
 {
     static const std::vector<FaultRule> rules = {
@@ -44,23 +37,7 @@ const std::vector<std::string_view> faultFields = {
 
 const FaultRule& ruleFor(const json& fault, const std::string& path)
 {
-    std::string kindPath = child(path, "kind");
-    expectObject(fault, path);
-    auto kind = fault.find("kind");
-    if (kind == fault.end())
-    {
-        fail(kindPath, "required");
-    }
-    std::string name =
-        readChoice(*kind, kindPath, views(faultKinds()), "fault kind");
-    for (const FaultRule& rule : faultRules())
-    {
-        if (rule.kind == name)
-        {
-            return rule;
-        }
-    }
-    fail(kindPath, "unknown fault kind");
+    return readFaultRule(fault, path, faultRules());
 }
 
 // Keys that belong to faults in general but not to this kind are named as
@@ -194,14 +171,7 @@ std::vector<Fault> parseFaults(const json& value, const std::string& path,
 
 const std::vector<std::string>& faultKinds()
 {
-    static const std::vector<std::string> kinds = [] {
-        std::vector<std::string> names;
-        for (const FaultRule& rule : faultRules())
-        {
-            names.emplace_back(rule.kind);
-        }
-        return names;
-    }();
+    static const std::vector<std::string> kinds = kindNames(faultRules());
     return kinds;
 }
 

@@ -287,4 +287,32 @@ void checkWithinRun(Seconds at, Seconds end, const std::string& path)
     }
 }
 
+const FaultRule& readFaultRule(const json& fault, const std::string& path,
+                               const std::vector<FaultRule>& rules)
+{
+    expectObject(fault, path);
+    std::string kindPath = child(path, "kind");
+    auto kind = fault.find("kind");
+    if (kind == fault.end())
+    {
+        fail(kindPath, "required");
+    }
+    std::vector<std::string> kinds = kindNames(rules);
+    std::string name = readChoice(*kind, kindPath, views(kinds), "fault kind");
+    auto rule =
+        std::find_if(rules.begin(), rules.end(),
+                     [&](const FaultRule& r) { return r.kind == name; });
+    return *rule;
+}
+
+std::vector<std::string> kindNames(const std::vector<FaultRule>& rules)
+{
+    std::vector<std::string> names;
+    for (const FaultRule& rule : rules)
+    {
+        names.emplace_back(rule.kind);
+    }
+    return names;
+}
+
 } // namespace ubbsim::reader

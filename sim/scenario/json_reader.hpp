@@ -65,4 +65,18 @@ int readOamIndex(const json& value, const std::string& path);
 const json& readArray(const json& value, const std::string& path);
 void checkWithinRun(Seconds at, Seconds end, const std::string& path);
 
+// The members that a fault of one kind must and may have.
+struct FaultRule
+{
+    std::string_view kind;
+    std::vector<std::string_view> required;
+    std::vector<std::string_view> optional;
+};
+
+// The rule of a fault's "kind", refusing a fault without one or of a kind
+// that no rule has.
+const FaultRule& readFaultRule(const json& fault, const std::string& path,
+                               const std::vector<FaultRule>& rules);
+std::vector<std::string> kindNames(const std::vector<FaultRule>& rules);
+
 } // namespace ubbsim::reader
