@@ -103,9 +103,9 @@ TEST_F(BprRead, CopiesAsManyRecordsAsTheCountSays)
     EXPECT_EQ(text.err, "Wrong length BPR response\n");
     EXPECT_EQ(device.sent[0].capacity, 779U);
     ASSERT_EQ(count, 2U);
-    EXPECT_EQ(records[0].componentId, 0x0010);
+    EXPECT_EQ(uint16_t{records[0].componentId}, 0x0010);
     EXPECT_EQ(records[0].side, 1);
-    EXPECT_EQ(records[1].componentId, 0);
+    EXPECT_EQ(uint16_t{records[1].componentId}, 0);
 }
 
 TEST_F(BprRead, OtherVersionsShortAnswersAndRefusalsGiveNothing)
@@ -140,10 +140,10 @@ TEST_F(Commands, BkcManifestChecksLengthThenVersion)
     EXPECT_EQ(ErotGetBKCManifest(&count, &raw, &status), 0);
     Owned<BkcManifestEntry[]> manifest(raw);
     ASSERT_EQ(count, 2U);
-    EXPECT_EQ(manifest[0].componentId, 2);
+    EXPECT_EQ(uint16_t{manifest[0].componentId}, 2);
     // Packed fields are copied out: a reference to one may be misaligned.
     EXPECT_EQ(uint32_t{manifest[0].version}, 0x01020304U);
-    EXPECT_EQ(manifest[1].componentId, 0x30);
+    EXPECT_EQ(uint16_t{manifest[1].componentId}, 0x30);
     EXPECT_EQ(device.sent[0].capacity, 130U);
 
     Printed text = printed([&] {
@@ -253,7 +253,7 @@ TEST_F(Commands, SmcPersistGetCopiesWhateverTheStatus)
     EXPECT_EQ(length, 16);
     EXPECT_EQ(persist.flags,
               persistSecureBootFinished | persistFirmwareCopyCompleted);
-    EXPECT_EQ(persist.failoverFlipMask, 0x05);
+    EXPECT_EQ(uint16_t{persist.failoverFlipMask}, 0x05);
 
     length = 0;
     EXPECT_EQ(ErotSMCPersistGet(bytes, 16, &length, &status), 0);

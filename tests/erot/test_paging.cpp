@@ -52,7 +52,7 @@ TEST_F(ComponentInfoRead, FollowsTheTokenAcrossPages)
     EXPECT_EQ(device.sent[2].request, request(0x0F, {1, 0x02, 0x01}));
     EXPECT_EQ(device.sent[0].capacity, 33413U);
     ASSERT_EQ(count, 3U);
-    EXPECT_EQ(info[1].componentId, 0x0202);
+    EXPECT_EQ(uint16_t{info[1].componentId}, 0x0202);
     EXPECT_EQ(info[2].reserved326[7], 1);
 }
 
@@ -160,10 +160,10 @@ TEST_F(TraceLogRead, ReadsRecordsAndFoldsSeveritySix)
     ASSERT_EQ(count, 3U);
     EXPECT_EQ(device.sent[1].request, request(0x31, {1, 7, 0}));
     EXPECT_EQ(device.sent[0].capacity, 420013U);
-    EXPECT_EQ(log[2].timestamp, 3U);
+    EXPECT_EQ(uint64_t{log[2].timestamp}, 3U);
     EXPECT_EQ(std::string(log[0].tag, 4), "BPup");
-    EXPECT_EQ(log[0].data1, 0x11U);
-    EXPECT_EQ(log[0].data2, 0x22U);
+    EXPECT_EQ(uint32_t{log[0].data1}, 0x11U);
+    EXPECT_EQ(uint32_t{log[0].data2}, 0x22U);
     EXPECT_EQ(log[0].severity, 3);
     EXPECT_EQ(log[1].severity, 5);
     EXPECT_EQ(log[2].severity, 4);
@@ -178,7 +178,7 @@ TEST_F(TraceLogRead, BasicReadTakesTheShortFormatAsInformation)
     EXPECT_EQ(read(true), 0);
 
     ASSERT_EQ(count, 2U);
-    EXPECT_EQ(log[1].timestamp, 6U);
+    EXPECT_EQ(uint64_t{log[1].timestamp}, 6U);
     EXPECT_EQ(log[1].severity, 5);
     EXPECT_FALSE(over);
 }

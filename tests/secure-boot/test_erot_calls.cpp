@@ -41,12 +41,13 @@ uint8_t persist[16] = {};
 
 std::vector<Grading> gradings()
 {
-    uint32_t u = 0;
-    bool b = false;
-    uint16_t length = 0;
+    // The calls outlive this function: their outputs must too.
+    static uint32_t u = 0;
+    static bool b = false;
+    static uint16_t length = 0;
     return {
         {"ErotActiveFlashConfigRead", 0x01,
-         [&](BootContext& c) {
+         [](BootContext& c) {
              return ErotActiveFlashConfigRead(c, &u, &u, &b);
          },
          "Return Code", "Return Code", true},
@@ -81,7 +82,7 @@ std::vector<Grading> gradings()
          [](BootContext& c) { return ErotSystemReset(c, 1); }, "Error Code", "",
          true},
         {"ErotSMCPersistGet", 0x12,
-         [&](BootContext& c) {
+         [](BootContext& c) {
              return ErotSMCPersistGet(c, persist, sizeof(persist), &length);
          },
          "Error Code", "", true},
@@ -93,7 +94,7 @@ std::vector<Grading> gradings()
         {"ErotARBCommit", 0x0D, [](BootContext& c) { return ErotARBCommit(c); },
          "Return Code", "Error Code", false},
         {"ErotGetAutoARBCommit", 0x15,
-         [&](BootContext& c) { return ErotGetAutoARBCommit(c, &b); },
+         [](BootContext& c) { return ErotGetAutoARBCommit(c, &b); },
          "Return Code", "Error Code", false},
         {"ErotSetAutoARBCommit", 0x16,
          [](BootContext& c) { return ErotSetAutoARBCommit(c, true); },

@@ -49,14 +49,14 @@ TEST_F(DeviceCommands, FlashSidesRecordsAndManifestDescribeTheBoard)
     ::erot::Owned<::erot::BootPartitionRecord> bpr(records);
     // Twelve components less the retimer pair of a single-image board.
     ASSERT_EQ(count, 10U);
-    EXPECT_EQ(records[3].componentId, 0x0300);
+    EXPECT_EQ(uint16_t{records[3].componentId}, 0x0300);
 
     ::erot::BkcManifestEntry* entries = nullptr;
     ASSERT_EQ(::erot::ErotGetBKCManifest(&count, &entries, &status), 0);
     ::erot::Owned<::erot::BkcManifestEntry> manifest(entries);
     ASSERT_EQ(count, 10U);
-    EXPECT_EQ(entries[4].componentId, 0x0400);
-    EXPECT_EQ(entries[4].version, 0x01000400U);
+    EXPECT_EQ(uint16_t{entries[4].componentId}, 0x0400);
+    EXPECT_EQ(uint32_t{entries[4].version}, 0x01000400U);
 }
 
 TEST_F(DeviceCommands, WrittenValuesReadBack)

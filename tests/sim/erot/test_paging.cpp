@@ -54,8 +54,8 @@ TEST_F(Paging, ComponentInfoOfAHundredEntriesInEveryFormat)
             << int{version};
         ::erot::Owned<::erot::ComponentInfo> entries(raw);
         ASSERT_EQ(count, 100U);
-        EXPECT_EQ(raw[99].componentId, 0x1000 + 49);
-        EXPECT_EQ(raw[99].version, 49U);
+        EXPECT_EQ(uint16_t{raw[99].componentId}, 0x1000 + 49);
+        EXPECT_EQ(uint32_t{raw[99].version}, 49U);
         // Version 2 entries end before the active flag.
         EXPECT_EQ(raw[98].active, version > 2 ? 1 : 0);
         EXPECT_EQ(raw[99].active, 0);
@@ -89,8 +89,8 @@ TEST_F(Paging, LongTraceLogArrivesWholeAndInOrder)
     ::erot::Owned<::erot::TraceLogEntry> entries(raw);
     ASSERT_EQ(count, 3000U);
     EXPECT_FALSE(overflowed);
-    EXPECT_EQ(raw[2999].timestamp, 2999U);
-    EXPECT_EQ(raw[2999].data1, 2999U * 3);
+    EXPECT_EQ(uint64_t{raw[2999].timestamp}, 2999U);
+    EXPECT_EQ(uint32_t{raw[2999].data1}, 2999U * 3);
     EXPECT_EQ(raw[2].severity, 4);
     EXPECT_EQ(raw[1].severity, 5) << "6 reads as 5";
 
