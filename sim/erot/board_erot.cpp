@@ -12,6 +12,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <optional>
 
 namespace ubbsim::erot
 {
@@ -73,15 +74,19 @@ SideInfo prepareSide(const FwComponent& component, AhdrFields fields,
                      const fs::path& directory)
 {
     using Kind = ErotImageMark::Kind;
-    Kind kind = mark ? mark->kind : Kind::tampered;
+    std::optional<Kind> kind;
+    if (mark)
+    {
+        kind = mark->kind;
+    }
     const EcKey* key = &keys.trusted;
     uint8_t index = trustedKeyIndex;
-    if (mark && kind == Kind::revokedKey)
+    if (kind == Kind::revokedKey)
     {
         key = &keys.revoked;
         index = revokedKeyIndex;
     }
-    if (mark && kind == Kind::unknownKey)
+    if (kind == Kind::unknownKey)
     {
         key = &keys.unknown;
         index = unknownKeyIndex;
@@ -90,11 +95,11 @@ SideInfo prepareSide(const FwComponent& component, AhdrFields fields,
         fields, generatedPayload(component.id, fields.version, payloadSize),
         *key, index, component.id == bundleId);
     SideInfo info = sideInfo(image, fields);
-    if (mark && kind == Kind::tampered)
+    if (kind == Kind::tampered)
     {
         image.payload[image.payload.size() / 2] ^= 0x5A;
     }
-    bool written = !component.stem.empty() && !(mark && kind == Kind::missing);
+    bool written = !component.stem.empty() && kind != Kind::missing;
     if (written)
     {
         writeImagePair(directory / component.stem, image, component.hasAhdr);

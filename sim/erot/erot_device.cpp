@@ -126,12 +126,7 @@ void ErotDevice::appendTrace(const char (&tag)[5], uint32_t data1,
     record.data1 = data1;
     record.data2 = data2;
     record.severity = severity;
-    if (current.traceLog.size() >= current.traceCapacity)
-    {
-        current.traceLog.pop_front();
-        current.traceOverflowed = true;
-    }
-    current.traceLog.push_back(record);
+    current.appendTrace(record);
     if (severity == 4)
     {
         current.health |= healthNonFatal;

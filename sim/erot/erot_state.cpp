@@ -43,4 +43,14 @@ std::optional<uint32_t> ErotState::bkcVersion(uint16_t id) const
     return std::nullopt;
 }
 
+void ErotState::appendTrace(const TraceRecord& record)
+{
+    if (traceLog.size() >= traceCapacity)
+    {
+        traceLog.pop_front();
+        traceOverflowed = true;
+    }
+    traceLog.push_back(record);
+}
+
 } // namespace ubbsim::erot

@@ -106,6 +106,9 @@ struct ErotState
     uint8_t runningSide(const ComponentState& component) const;
     const TrustedKey* key(uint8_t index) const;
     std::optional<uint32_t> bkcVersion(uint16_t id) const;
+    // Appends to the trace log; a full log drops its oldest entry and
+    // remembers that it overflowed.
+    void appendTrace(const TraceRecord& record);
 };
 
 } // namespace ubbsim::erot

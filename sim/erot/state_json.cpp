@@ -293,12 +293,7 @@ void adoptSaved(ErotState& run, const ErotState& saved)
     run.traceOverflowed = saved.traceOverflowed;
     for (const TraceRecord& record : added)
     {
-        if (run.traceLog.size() >= run.traceCapacity)
-        {
-            run.traceLog.pop_front();
-            run.traceOverflowed = true;
-        }
-        run.traceLog.push_back(record);
+        run.appendTrace(record);
     }
     run.health = saved.health;
     run.resetReason = saved.resetReason;

@@ -71,17 +71,6 @@ int readOpcode(const json& value, const std::string& path)
     return opcode;
 }
 
-int readCount(const json& value, const std::string& path)
-{
-    if (!value.is_number_integer() ||
-        (value.get<int64_t>() != -1 && value.get<int64_t>() < 1) ||
-        value.get<int64_t>() > 1000)
-    {
-        fail(path, "must be -1 (always) or a count 1..1000");
-    }
-    return static_cast<int>(value.get<int64_t>());
-}
-
 void readFaultField(const json& value, const std::string& path,
                     const std::string& key, ErotFault& fault)
 {

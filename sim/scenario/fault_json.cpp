@@ -64,17 +64,6 @@ void checkFaultKeys(const json& fault, const std::string& path,
     }
 }
 
-int readCount(const json& value, const std::string& path)
-{
-    if (!value.is_number_integer() ||
-        (value.get<int64_t>() != -1 && value.get<int64_t>() < 1) ||
-        value.get<int64_t>() > 1000)
-    {
-        fail(path, "must be -1 (always) or a count 1..1000");
-    }
-    return static_cast<int>(value.get<int64_t>());
-}
-
 void readFaultField(const json& value, const std::string& path,
                     std::string_view key, Fault& fault)
 {

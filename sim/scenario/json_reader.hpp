@@ -64,6 +64,8 @@ std::string readChoice(const json& value, const std::string& path,
 int readOamIndex(const json& value, const std::string& path);
 const json& readArray(const json& value, const std::string& path);
 void checkWithinRun(Seconds at, Seconds end, const std::string& path);
+// How many times a fault strikes: -1 (always) or 1..1000.
+int readCount(const json& value, const std::string& path);
 
 // The members that a fault of one kind must and may have.
 struct FaultRule
