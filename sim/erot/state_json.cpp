@@ -12,18 +12,6 @@ using nlohmann::json;
 namespace
 {
 
-std::string hex(std::span<const uint8_t> bytes)
-{
-    std::string text;
-    char digits[3];
-    for (uint8_t byte : bytes)
-    {
-        std::snprintf(digits, sizeof(digits), "%02x", byte);
-        text += digits;
-    }
-    return text;
-}
-
 std::vector<uint8_t> unhex(const json& value)
 {
     const std::string& text = value.get_ref<const std::string&>();
@@ -162,6 +150,18 @@ json securityJson(const ErotState& state)
 }
 
 } // namespace
+
+std::string hex(std::span<const uint8_t> bytes)
+{
+    std::string text;
+    char digits[3];
+    for (uint8_t byte : bytes)
+    {
+        std::snprintf(digits, sizeof(digits), "%02x", byte);
+        text += digits;
+    }
+    return text;
+}
 
 json stateToJson(const ErotState& state)
 {

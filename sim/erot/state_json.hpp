@@ -3,10 +3,14 @@
 #include "erot/erot_state.hpp"
 
 #include <nlohmann/json.hpp>
+#include <span>
 #include <string>
 
 namespace ubbsim::erot
 {
+
+// Bytes as the state file writes them: two lower-case hex digits each.
+std::string hex(std::span<const uint8_t> bytes);
 
 // The eRoT's state as JSON, byte strings as hexadecimal text.
 nlohmann::json stateToJson(const ErotState& state);

@@ -15,6 +15,7 @@
 #include "erot/ec_key.hpp"
 #include "erot/fw_components.hpp"
 #include "erot/image_signer.hpp"
+#include "erot/state_json.hpp"
 
 #include <cstdio>
 #include <fstream>
@@ -160,18 +161,6 @@ int sign(const std::map<std::string, std::string>& given)
               << fields.version << std::dec << ", SVN " << fields.svn
               << ", key " << static_cast<int>(index) << "\n";
     return 0;
-}
-
-std::string hex(const std::vector<uint8_t>& bytes)
-{
-    std::string text;
-    char digits[3];
-    for (uint8_t byte : bytes)
-    {
-        std::snprintf(digits, sizeof(digits), "%02x", byte);
-        text += digits;
-    }
-    return text;
 }
 
 int run(int argc, char** argv)
