@@ -16,10 +16,9 @@ namespace erot::test
 
 using Bytes = std::vector<uint8_t>;
 
-// Stands in for the transport while it lives: answers each exchange with
-// the next scripted reply (or error) and records what was sent. Once the
-// script is used up every exchange fails with -EIO, so a command that asks
-// more often than expected shows it.
+// The transport while it lives: each exchange takes the next scripted reply
+// (or error) and is recorded. An exhausted script fails with -EIO, so an
+// extra exchange shows.
 class ScriptedDevice
 {
   public:
@@ -66,40 +65,36 @@ class ScriptedDevice
         }
         auto [result, frame] = std::move(script.front());
         script.pop_front();
-        // Oversized replies are the bus transport's case; here a bad test.
-        EXPECT_LE(frame.size(), capacity);
+        EXPECT_LE(frame.size(), capacity); // oversize is the bus's case
         *pReceivedLength = std::min(frame.size(), capacity);
         std::copy_n(frame.begin(), *pReceivedLength, response);
         return result;
     }
 
-    struct Answer
-    {
-        int result;
-        Bytes frame;
-    };
-    std::deque<Answer> script;
+    std::deque<std::pair<int, Bytes>> script;
     TransportFn previous;
     static inline ScriptedDevice* current = nullptr;
 };
 
+inline Bytes join(Bytes first, const Bytes& second)
+{
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
 // A request frame: header ending in `opcode`, then the payload.
 inline Bytes request(uint8_t opcode, const Bytes& payload = {})
 {
-    Bytes frame = {0x7F, 0x00, 0x00, 0x5B, 0x2C, 0x00, 0x00, opcode};
-    frame.insert(frame.end(), payload.begin(), payload.end());
-    return frame;
+    return join({0x7F, 0x00, 0x00, 0x5B, 0x2C, 0x00, 0x00, opcode}, payload);
 }
 
 // A response frame: echoed header, status, payload.
 inline Bytes response(uint8_t opcode, uint8_t status, const Bytes& payload = {})
 {
-    Bytes frame = request(opcode, {status});
-    frame.insert(frame.end(), payload.begin(), payload.end());
-    return frame;
+    return join(request(opcode, {status}), payload);
 }
 
-// A success response of exactly `length` bytes, payload `head` then zeros.
+// A success response of exactly `length` bytes: `head`, then zeros.
 inline Bytes sized(uint8_t opcode, size_t length, const Bytes& head = {})
 {
     Bytes frame = response(opcode, 0, head);
@@ -111,10 +106,10 @@ inline Bytes sized(uint8_t opcode, size_t length, const Bytes& head = {})
 inline Bytes page(uint8_t opcode, uint8_t flags, uint16_t token,
                   uint8_t version, const Bytes& entries = {})
 {
-    Bytes head = {flags, static_cast<uint8_t>(token),
-                  static_cast<uint8_t>(token >> 8), version};
-    head.insert(head.end(), entries.begin(), entries.end());
-    return response(opcode, 0, head);
+    return response(opcode, 0,
+                    join({flags, static_cast<uint8_t>(token),
+                          static_cast<uint8_t>(token >> 8), version},
+                         entries));
 }
 
 // `count` entries of `size` bytes, entry i filled with i + 1 so that a
@@ -135,17 +130,14 @@ struct Printed
     std::string err;
 };
 
-// Runs `call` and returns what it printed.
 template <typename Call>
 Printed printed(Call call)
 {
     ::testing::internal::CaptureStdout();
     ::testing::internal::CaptureStderr();
     call();
-    Printed result;
-    result.err = ::testing::internal::GetCapturedStderr();
-    result.out = ::testing::internal::GetCapturedStdout();
-    return result;
+    std::string err = ::testing::internal::GetCapturedStderr();
+    return {::testing::internal::GetCapturedStdout(), err};
 }
 
 } // namespace erot::test

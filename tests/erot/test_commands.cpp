@@ -1,9 +1,13 @@
-// How the commands read their responses and check their arguments, by
-// family.
+// Every command's frames: the transaction's header, status and length
+// rules, each fixed-size command's exact request and response length, and
+// how each family reads its answer and checks its arguments.
 #include "scripted_device.hpp"
 
 #include <cerrno>
-#include <cstring>
+#include <cstdlib>
+#include <functional>
+#include <numeric>
+#include <tuple>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -24,6 +28,155 @@ class Commands : public ::testing::Test
     uint8_t status = 0xA5;
 };
 
+TEST_F(Commands, TransactWritesTheHeaderAndChecksTheResponse)
+{
+    Bytes requestFrame(10, 0xEE);
+    Bytes responseFrame(12, 0xCC);
+    Printed text;
+    auto run = [&](uint8_t* pStatus) {
+        int r = 0;
+        text = printed([&] {
+            r = ErotTransact(0x42, requestFrame.data(), requestFrame.size(),
+                             responseFrame.data(), responseFrame.size(),
+                             nullptr, pStatus);
+        });
+        return r;
+    };
+    device.reply(response(0x42, 0, {1, 2, 3}));
+    EXPECT_EQ(run(&status), 0);
+    ASSERT_EQ(device.sent.size(), 1U);
+    EXPECT_EQ(device.sent[0].request, request(0x42, {0xEE, 0xEE}));
+    EXPECT_EQ(std::tuple(device.sent[0].capacity, device.sent[0].timeoutMs,
+                         status, responseFrame[11]),
+              std::tuple(12U, 6000U, 0, 3));
+    EXPECT_EQ(run(nullptr), -EINVAL);
+    EXPECT_EQ(text.err, "Missing pErrorCode\n");
+    EXPECT_EQ(device.sent.size(), 1U);
+
+    // A lost link reports 0xFF and clears the response.
+    device.fail(-ETIMEDOUT);
+    EXPECT_EQ(run(&status), -ETIMEDOUT);
+    EXPECT_EQ(status, 0xFF);
+    EXPECT_THAT(responseFrame, Each(Eq(0)));
+
+    // A short or missized success leaves the status alone.
+    status = 0xA5;
+    device.reply(request(0x42));
+    device.reply(response(0x42, 0));
+    EXPECT_EQ(run(&status), -EPROTO);
+    EXPECT_EQ(text.err, "Short response for opcode 0x42\n");
+    EXPECT_EQ(run(&status), -EPROTO);
+    EXPECT_EQ(text.err, "Unexpected response length for opcode 0x42. "
+                        "Expected 12, got 9\n");
+    EXPECT_EQ(status, 0xA5);
+}
+
+struct FixedCommand
+{
+    const char* name;
+    uint8_t opcode;
+    Bytes payload;
+    size_t responseLength;
+    Bytes goodHead; // start of a response payload the command accepts
+    std::function<int(uint8_t*)> call;
+};
+
+Bytes counting(size_t count, uint8_t first, Bytes prefix = {})
+{
+    Bytes bytes(count);
+    std::iota(bytes.begin(), bytes.end(), first);
+    return join(std::move(prefix), bytes);
+}
+
+const Bytes digest = counting(48, 0x10);
+const Bytes ahdr = counting(578, 0);
+const Bytes token = counting(634, 3);
+const Bytes persist = counting(16, 0x40);
+const Bytes record = counting(48, 0x80);
+
+// Outputs of the calls below; what lands in them is checked elsewhere.
+uint32_t word1;
+uint32_t word2;
+bool flag1;
+uint8_t buffer[64];
+uint16_t length16;
+size_t size1;
+uint8_t* allocated;
+char* hex;
+
+int freed(int result)
+{
+    std::free(allocated);
+    std::free(hex);
+    allocated = nullptr;
+    hex = nullptr;
+    return result;
+}
+
+std::vector<FixedCommand> fixedCommands()
+{
+    Bytes verify =
+        join(join({0x00, 0x34, 0x12}, digest), join({0x42, 0x02}, ahdr));
+    using B = Bytes;
+    // clang-format off
+    return {
+        {"ActiveFlashConfigRead", 0x01, {}, 12, {}, [](uint8_t* e) { return ErotActiveFlashConfigRead(&word1, &word2, &flag1, e); }},
+        {"ImageVerify", 0x02, verify, 9, {}, [](uint8_t* e) { return ErotImageVerify(0, 0x1234, digest.data(), 578, ahdr.data(), e); }},
+        {"SignalBootSuccess", 0x04, {0x01}, 9, {}, [](uint8_t* e) { return ErotSignalBootSuccess(1, e); }},
+        {"GetSecuritySettings", 0x08, {}, 19, {0x01}, [](uint8_t* e) { return ErotGetSecuritySettings(&word1, &flag1, &word2, e); }},
+        {"SetManageabilityFeature", 0x09, {0x1F, 0x01}, 9, {}, [](uint8_t* e) { return ErotSetManageabilityFeature(31, 1, e); }},
+        {"TokenInstall", 0x0A, counting(634, 3, {0x00}), 9, {}, [](uint8_t* e) { return ErotTokenInstall(token.data(), 634, e); }},
+        {"TokenErase", 0x0B, {}, 9, {}, [](uint8_t* e) { return ErotTokenErase(e); }},
+        {"GetDeviceId", 0x0C, {}, 57, {}, [](uint8_t* e) { return ErotGetDeviceId(buffer, 49, e); }},
+        {"ARBCommit", 0x0D, {}, 9, {}, [](uint8_t* e) { return ErotARBCommit(e); }},
+        {"SelectActiveFlash", 0x10, {0x01, 0x07}, 9, {}, [](uint8_t* e) { return ErotSelectActiveFlash(1, 7, e); }},
+        {"SystemReset", 0x11, {0xE9, 0xC3, 0x17, 0x5A, 0x03}, 9, {}, [](uint8_t* e) { return ErotSystemReset(3, e); }},
+        {"SMCPersistGet", 0x12, {}, 25, {}, [](uint8_t* e) { return ErotSMCPersistGet(buffer, 16, &length16, e); }},
+        {"SMCPersistSet", 0x13, persist, 9, {}, [](uint8_t* e) { return ErotSMCPersistSet(persist.data(), 16, e); }},
+        {"TokenRead", 0x14, {}, 644, {}, [](uint8_t* e) { return freed(ErotTokenRead(&allocated, &size1, e)); }},
+        {"GetAutoARBCommit", 0x15, {}, 10, {}, [](uint8_t* e) { return ErotGetAutoARBCommit(&flag1, e); }},
+        {"SetAutoARBCommit", 0x16, {0x01}, 9, {}, [](uint8_t* e) { return ErotSetAutoARBCommit(1, e); }},
+        {"GetIdentityHex", 0x17, {}, 57, {}, [](uint8_t* e) { return freed(ErotGetIdentityHex(&hex, e)); }},
+        {"GetOneByte", 0x18, {}, 10, {}, [](uint8_t* e) { return ErotGetOneByte(buffer, e); }},
+        {"Command19", 0x19, {}, 9, {}, [](uint8_t* e) { return ErotCommand19(e); }},
+        {"Command1A", 0x1A, {}, 9, {}, [](uint8_t* e) { return ErotCommand1A(e); }},
+        {"RecordSet", 0x1B, counting(48, 0x80, {0x00, 0x01}), 9, {}, [](uint8_t* e) { return ErotRecordSet(record.data(), 48, e); }},
+        {"RecordClear", 0x1B, B(50, 0), 9, {}, [](uint8_t* e) { return ErotRecordClear(e); }},
+        {"RecordGet", 0x1C, {0x00}, 58, {}, [](uint8_t* e) { return ErotRecordGet(&flag1, buffer, e); }},
+        {"KeyRevokeBitsGet", 0x21, {}, 22, {0x01}, [](uint8_t* e) { return ErotKeyRevokeBitsGet(buffer, 12, &length16, e); }},
+        {"SvnRevokeBitsGet", 0x22, {}, 68, {0x01}, [](uint8_t* e) { return ErotSvnRevokeBitsGet(buffer, &length16, e); }},
+        {"GetResetReason", 0x23, {}, 13, {}, [](uint8_t* e) { return ErotGetResetReason(&word1, e); }},
+        {"SetResetReason", 0x24, {0x78, 0x56, 0x34, 0x12}, 9, {}, [](uint8_t* e) { return ErotSetResetReason(0x12345678, e); }},
+        {"HealthStatusPoll", 0x32, {}, 11, {}, [](uint8_t* e) { return ErotHealthStatusPoll(buffer, e); }},
+        {"CommandF0", 0xF0, {}, 9, {}, [](uint8_t* e) { return ErotCommandF0(e); }},
+        {"CommandF1", 0xF1, {0xEF, 0xBE, 0xAD, 0xDE}, 9, {}, [](uint8_t* e) { return ErotCommandF1(0xDEADBEEF, e); }},
+    };
+    // clang-format on
+}
+
+// Each sends its exact frame, takes its exact length and passes a refusal
+// through without a print.
+TEST_F(Commands, EveryFixedCommandFrameAndRefusal)
+{
+    for (const FixedCommand& command : fixedCommands())
+    {
+        SCOPED_TRACE(command.name);
+        device.sent.clear();
+        device.reply(
+            sized(command.opcode, command.responseLength, command.goodHead));
+        device.reply(response(command.opcode, 0x80));
+        EXPECT_EQ(command.call(&status), 0);
+        EXPECT_EQ(status, 0);
+        ASSERT_EQ(device.sent.size(), 1U);
+        EXPECT_EQ(device.sent[0].request,
+                  request(command.opcode, command.payload));
+        EXPECT_EQ(device.sent[0].capacity, command.responseLength);
+        Printed text = printed([&] { EXPECT_EQ(command.call(&status), 0); });
+        EXPECT_EQ(status, 0x80);
+        EXPECT_EQ(text.out + text.err, "");
+    }
+}
+
 TEST_F(Commands, BadArgumentsSendNothing)
 {
     uint32_t value = 0;
@@ -43,7 +196,6 @@ TEST_F(Commands, BadArgumentsSendNothing)
         EXPECT_EQ(ErotRecordSet(small, 47, &status), -EINVAL);
         EXPECT_EQ(ErotTokenRead(nullptr, nullptr, &status), -EINVAL);
     });
-
     EXPECT_TRUE(device.sent.empty());
     EXPECT_EQ(status, 0xA5);
     EXPECT_EQ(text.out, "Feature must be <= 31\n"
@@ -55,78 +207,52 @@ TEST_F(Commands, BadArgumentsSendNothing)
                         "ErotKeyRevokeBitsGet requires length == 12\n");
 }
 
-// ---- flash sides and boot partitions -----------------------------------
-
-TEST_F(Commands, ActiveFlashConfigReadWidensItsBytesAndZerosOnFailure)
+TEST_F(Commands, FlashConfigAndBootPartitionRecords)
 {
     device.reply(sized(0x01, 12, {0x01, 0xFE, 0x02}));
     device.fail(-ETIMEDOUT);
     uint32_t active = 0;
     uint32_t pending = 0;
     bool update = false;
-
-    EXPECT_EQ(ErotActiveFlashConfigRead(&active, &pending, &update, &status),
-              0);
-    EXPECT_EQ(active, 1U);
-    EXPECT_EQ(pending, 0xFEU);
-    EXPECT_TRUE(update);
-
-    EXPECT_EQ(ErotActiveFlashConfigRead(&active, &pending, &update, &status),
-              -ETIMEDOUT);
-    EXPECT_EQ(active, 0U);
-    EXPECT_EQ(pending, 0U);
-    EXPECT_FALSE(update);
-    EXPECT_EQ(status, 0xFF);
-}
-
-class BprRead : public Commands
-{
-  protected:
-    int read()
-    {
+    auto read = [&] {
+        return ErotActiveFlashConfigRead(&active, &pending, &update, &status);
+    };
+    EXPECT_EQ(read(), 0);
+    EXPECT_EQ(std::tuple(active, pending, update), std::tuple(1U, 0xFEU, true));
+    // A failure zeros the outputs.
+    EXPECT_EQ(read(), -ETIMEDOUT);
+    EXPECT_EQ(std::tuple(active, pending, update, status),
+              std::tuple(0U, 0U, false, 0xFF));
+    uint32_t count = 99;
+    Owned<BootPartitionRecord[]> records;
+    auto readBpr = [&] {
         BootPartitionRecord* raw = nullptr;
         int r = ErotBPRRead(&count, &raw, &status);
         records.reset(raw);
         return r;
-    }
-
-    uint32_t count = 99;
-    Owned<BootPartitionRecord[]> records;
-};
-
-TEST_F(BprRead, CopiesAsManyRecordsAsTheCountSays)
-{
+    };
+    // As many records as the count says, whatever the length.
     device.reply(response(0x05, 0, {1, 2, 0x10, 0x00, 1}));
-
-    Printed text = printed([&] { EXPECT_EQ(read(), 0); });
-
-    EXPECT_EQ(text.err, "Wrong length BPR response\n");
-    EXPECT_EQ(device.sent[0].capacity, 779U);
-    ASSERT_EQ(count, 2U);
-    EXPECT_EQ(uint16_t{records[0].componentId}, 0x0010);
-    EXPECT_EQ(records[0].side, 1);
-    EXPECT_EQ(uint16_t{records[1].componentId}, 0);
-}
-
-TEST_F(BprRead, OtherVersionsShortAnswersAndRefusalsGiveNothing)
-{
     device.reply(response(0x05, 0, {2, 0}));
     device.reply(response(0x05, 0, {1}));
     device.reply(response(0x05, 0x21));
-    Printed text = printed([&] {
-        EXPECT_EQ(read(), -EPROTONOSUPPORT);
-        EXPECT_EQ(read(), -EPROTO);
-        EXPECT_EQ(read(), 0);
+    Printed text = printed([&] { EXPECT_EQ(readBpr(), 0); });
+    EXPECT_EQ(text.err, "Wrong length BPR response\n");
+    EXPECT_EQ(device.sent[2].capacity, 779U);
+    ASSERT_EQ(count, 2U);
+    EXPECT_EQ(std::tuple(uint16_t{records[0].componentId}, records[0].side,
+                         uint16_t{records[1].componentId}),
+              std::tuple(0x0010, 1, 0));
+    text = printed([&] {
+        EXPECT_EQ(readBpr(), -EPROTONOSUPPORT);
+        EXPECT_EQ(readBpr(), -EPROTO);
+        EXPECT_EQ(readBpr(), 0);
     });
-
     EXPECT_EQ(text.err,
               "Unexpected BPR format version 2\nShort BPR response\n");
-    EXPECT_EQ(status, 0x21);
-    EXPECT_EQ(count, 0U);
+    EXPECT_EQ(std::tuple(status, count), std::tuple(0x21, 0U));
     EXPECT_EQ(records, nullptr);
 }
-
-// ---- security state ----------------------------------------------------
 
 TEST_F(Commands, BkcManifestChecksLengthThenVersion)
 {
@@ -136,16 +262,14 @@ TEST_F(Commands, BkcManifestChecksLengthThenVersion)
     device.reply(response(0x07, 0, {2, 1, 2, 3, 4, 5, 6}));
     uint32_t count = 0;
     BkcManifestEntry* raw = nullptr;
-
     EXPECT_EQ(ErotGetBKCManifest(&count, &raw, &status), 0);
     Owned<BkcManifestEntry[]> manifest(raw);
     ASSERT_EQ(count, 2U);
-    EXPECT_EQ(uint16_t{manifest[0].componentId}, 2);
-    // Packed fields are copied out: a reference to one may be misaligned.
-    EXPECT_EQ(uint32_t{manifest[0].version}, 0x01020304U);
-    EXPECT_EQ(uint16_t{manifest[1].componentId}, 0x30);
+    EXPECT_EQ(std::tuple(uint16_t{manifest[0].componentId},
+                         uint32_t{manifest[0].version},
+                         uint16_t{manifest[1].componentId}),
+              std::tuple(2, 0x01020304U, 0x30));
     EXPECT_EQ(device.sent[0].capacity, 130U);
-
     Printed text = printed([&] {
         for (int i = 0; i < 3; ++i)
         {
@@ -167,14 +291,11 @@ TEST_F(Commands, SecuritySettingsFillOnlyConsistentOutputs)
     uint32_t settings = 0;
     bool present = false;
     uint32_t tokenSettings = 0;
-
     EXPECT_EQ(
         ErotGetSecuritySettings(&settings, &present, &tokenSettings, &status),
         0);
-    EXPECT_EQ(settings, 0x11223344U);
-    EXPECT_TRUE(present);
-    EXPECT_EQ(tokenSettings, 0xAABBCCDDU);
-
+    EXPECT_EQ(std::tuple(settings, present, tokenSettings),
+              std::tuple(0x11223344U, true, 0xAABBCCDDU));
     present = false;
     Printed text = printed([&] {
         EXPECT_EQ(ErotGetSecuritySettings(nullptr, &present, nullptr, &status),
@@ -188,7 +309,7 @@ TEST_F(Commands, SecuritySettingsFillOnlyConsistentOutputs)
                         "Unknown Get Security Settings format version 0x02\n");
 }
 
-TEST_F(Commands, DeviceIdAndIdentity)
+TEST_F(Commands, DeviceIdIdentityAndRevokeBits)
 {
     Bytes id(48, 0x00);
     id[0] = 0xAB;
@@ -199,71 +320,46 @@ TEST_F(Commands, DeviceIdAndIdentity)
     device.reply(sized(0x17, 57, id));
     Bytes buffer(64, 0xEE);
     char* text = nullptr;
-
     EXPECT_EQ(ErotGetDeviceId(buffer.data(), buffer.size(), &status), 0);
     EXPECT_EQ(Bytes(buffer.begin(), buffer.begin() + 48), id);
     EXPECT_THAT(Bytes(buffer.begin() + 48, buffer.end()), Each(Eq(0)));
     // A refusal still clears the caller's buffer.
     EXPECT_EQ(ErotGetDeviceId(buffer.data(), buffer.size(), &status), 0);
     EXPECT_THAT(buffer, Each(Eq(0)));
-
     EXPECT_EQ(ErotGetIdentityHex(&text, &status), 0);
     Owned<char[]> held(text);
     EXPECT_EQ(std::string(text), "ab0c" + std::string(90, '0') + "f0");
-}
 
-TEST_F(Commands, RevokeBitsWarnOnAnUnknownFormatButDeliver)
-{
-    Bytes keyBits = {0x02, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12};
-    device.reply(sized(0x21, 22, keyBits));
+    // An unknown format of the key bits warns but delivers.
+    device.reply(
+        sized(0x21, 22, {0x02, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12}));
     Bytes svnBits(59, 0x5A);
     svnBits[0] = 0x01;
     device.reply(sized(0x22, 68, svnBits));
     uint8_t keys[12] = {};
     uint8_t svns[58] = {};
     uint16_t length = 0;
-
-    Printed text = printed([&] {
+    Printed printedText = printed([&] {
         EXPECT_EQ(ErotKeyRevokeBitsGet(keys, 12, &length, &status), 0);
     });
-    EXPECT_EQ(text.err, "ErotKeyRevokeBitsGet unknown format 2 - erotlib "
-                        "update required\n");
+    EXPECT_EQ(printedText.err, "ErotKeyRevokeBitsGet unknown format 2 - "
+                               "erotlib update required\n");
     EXPECT_EQ(length, 12);
     EXPECT_THAT(keys, ElementsAre(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12));
-
     EXPECT_EQ(ErotSvnRevokeBitsGet(svns, &length, &status), 0);
     EXPECT_EQ(length, 58);
     EXPECT_THAT(svns, Each(Eq(0x5A)));
 }
 
-// ---- records, persist and health ---------------------------------------
-
-TEST_F(Commands, SmcPersistGetCopiesWhateverTheStatus)
-{
-    Bytes record(16);
-    record[0] = 0x0C;
-    record[10] = 0x05;
-    device.reply(sized(0x12, 25, record));
-    device.reply(response(0x12, 0x01));
-    SmcPersistRecord persist{};
-    auto* bytes = reinterpret_cast<uint8_t*>(&persist);
-    uint16_t length = 0;
-
-    EXPECT_EQ(ErotSMCPersistGet(bytes, 16, &length, &status), 0);
-    EXPECT_EQ(length, 16);
-    EXPECT_EQ(persist.flags,
-              persistSecureBootFinished | persistFirmwareCopyCompleted);
-    EXPECT_EQ(uint16_t{persist.failoverFlipMask}, 0x05);
-
-    length = 0;
-    EXPECT_EQ(ErotSMCPersistGet(bytes, 16, &length, &status), 0);
-    EXPECT_EQ(status, 0x01);
-    EXPECT_EQ(length, 16);
-    EXPECT_EQ(persist.flags, 0);
-}
-
+// Records, persist and health take their bytes on any 0 return: a refusal
+// reads as zeros.
 TEST_F(Commands, SmallReadsTakeTheirBytesOnlyAsAllowed)
 {
+    Bytes persistRecord(16);
+    persistRecord[0] = 0x0C;
+    persistRecord[10] = 0x05;
+    device.reply(sized(0x12, 25, persistRecord));
+    device.reply(response(0x12, 0x01));
     Bytes present(49, 0x77);
     present[0] = 0x01;
     device.reply(sized(0x1C, 58, present));
@@ -274,31 +370,38 @@ TEST_F(Commands, SmallReadsTakeTheirBytesOnlyAsAllowed)
     device.reply(response(0x32, 0x09));
     device.reply(sized(0x14, 644, {0x01, 0xAB}));
     device.reply(sized(0x14, 644, {0x00, 0x55}));
+    SmcPersistRecord persist{};
+    auto* bytes = reinterpret_cast<uint8_t*>(&persist);
+    uint16_t length = 0;
     bool isPresent = false;
     uint8_t out[48];
     uint32_t reason = 0;
     uint8_t health[2] = {0xEE, 0xEE};
     uint8_t* token = nullptr;
     size_t tokenLength = 7;
-
+    EXPECT_EQ(ErotSMCPersistGet(bytes, 16, &length, &status), 0);
+    EXPECT_EQ(
+        std::tuple(length, persist.flags, uint16_t{persist.failoverFlipMask}),
+        std::tuple(16, persistSecureBootFinished | persistFirmwareCopyCompleted,
+                   0x05));
+    length = 0;
+    EXPECT_EQ(ErotSMCPersistGet(bytes, 16, &length, &status), 0);
+    EXPECT_EQ(std::tuple(status, length, persist.flags),
+              std::tuple(0x01, 16, 0));
     EXPECT_EQ(ErotRecordGet(&isPresent, out, &status), 0);
     EXPECT_TRUE(isPresent);
     EXPECT_THAT(out, Each(Eq(0x77)));
     EXPECT_EQ(ErotRecordGet(&isPresent, out, &status), 0);
     EXPECT_FALSE(isPresent);
     EXPECT_THAT(out, Each(Eq(0)));
-
     EXPECT_EQ(ErotGetResetReason(&reason, &status), 0);
     EXPECT_EQ(reason, 0x12345678U);
-    // Taken on any 0 return: a refusal reads as zeros.
     EXPECT_EQ(ErotGetResetReason(&reason, &status), 0);
     EXPECT_EQ(reason, 0U);
-
     EXPECT_EQ(ErotHealthStatusPoll(health, &status), 0);
     EXPECT_THAT(health, ElementsAre(0x02, 0xFF));
     EXPECT_EQ(ErotHealthStatusPoll(health, &status), 0);
     EXPECT_THAT(health, ElementsAre(0, 0));
-
     EXPECT_EQ(ErotTokenRead(&token, &tokenLength, &status), 0);
     Owned<uint8_t[]> held(token);
     ASSERT_EQ(tokenLength, tokenSize);
@@ -306,8 +409,7 @@ TEST_F(Commands, SmallReadsTakeTheirBytesOnlyAsAllowed)
     // No token installed: nothing is allocated.
     token = nullptr;
     EXPECT_EQ(ErotTokenRead(&token, &tokenLength, &status), 0);
-    EXPECT_EQ(token, nullptr);
-    EXPECT_EQ(tokenLength, 0U);
+    EXPECT_EQ(std::tuple(token, tokenLength), std::tuple(nullptr, 0U));
 }
 
 } // namespace

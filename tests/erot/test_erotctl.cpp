@@ -67,21 +67,23 @@ Bytes bytesOf(const ComponentInfo& entry, size_t size)
 std::string repeated(const std::string& text, size_t times)
 {
     std::string all;
-    for (size_t i = 0; i < times; ++i)
+    while (times-- > 0)
     {
         all += text;
     }
     return all;
 }
 
-// ---- decodings ---------------------------------------------------------
-
-TEST_F(Erotctl, ComponentInfoDecodesEveryFieldOfFormatFour)
+// Format 2 entries end before the state bytes and format 3 before the
+// revocation bytes: zeros there mean "not reported", not "inactive".
+TEST_F(Erotctl, ComponentInfoShowsWhatEachFormatCarries)
 {
     device.reply(page(0x0F, 0x02, 0, 4, bytesOf(retimerEntry(), 334)));
-
+    device.reply(page(0x06, 0x02, 0, 2, bytesOf(retimerEntry(), 319)));
+    device.reply(page(0x0E, 0x02, 0, 3, bytesOf(retimerEntry(), 324)));
     Json json = runJson({"component-info"});
-
+    Json v2 = runJson({"component-info", "--version", "2"})["components"][0];
+    Json v3 = runJson({"component-info", "--version=3"})["components"][0];
     ASSERT_EQ(json["count"], 1);
     const Json& entry = json["components"][0];
     EXPECT_EQ(entry["componentId"], "0x0601");
@@ -98,24 +100,12 @@ TEST_F(Erotctl, ComponentInfoDecodesEveryFieldOfFormatFour)
     EXPECT_EQ(entry["secureBootPassed"], false);
     EXPECT_EQ(entry["keyRevocationStatus"], 2);
     EXPECT_EQ(entry["svnRevocationStatus"], 1);
-}
-
-TEST_F(Erotctl, ComponentInfoShowsOnlyWhatAnOlderFormatCarries)
-{
-    // A format 2 entry ends before the state bytes: its zeros there mean
-    // "not reported", not "inactive" or "failed".
-    device.reply(page(0x06, 0x02, 0, 2, bytesOf(retimerEntry(), 319)));
-    device.reply(page(0x0E, 0x02, 0, 3, bytesOf(retimerEntry(), 324)));
-
-    Json v2 = runJson({"component-info", "--version", "2"})["components"][0];
-    Json v3 = runJson({"component-info", "--version=3"})["components"][0];
-
     EXPECT_FALSE(v2.contains("active"));
     EXPECT_TRUE(v2["digest"].is_null());
     EXPECT_EQ(v3["active"], true);
     EXPECT_EQ(v3["digest"], repeated("ab", 48));
     EXPECT_FALSE(v3.contains("keyRevocationStatus"));
-    EXPECT_EQ(device.sent[1].request[7], 0x0E);
+    EXPECT_EQ(device.sent[2].request[7], 0x0E);
 }
 
 TEST_F(Erotctl, BprNamesComponentsAndSides)
@@ -124,10 +114,8 @@ TEST_F(Erotctl, BprNamesComponentsAndSides)
     Bytes payload = {0x01, 0x02, 0x00, 0x04, 0x01, 0x34, 0x12, 0x00};
     device.reply(response(0x05, 0, payload));
     device.reply(response(0x05, 0, payload));
-
     erotctl::Outcome text = run({"bpr"});
     Json json = runJson({"bpr"});
-
     EXPECT_EQ(text.exitCode, 0);
     EXPECT_EQ(text.out, "2 boot partition records\n"
                         "0x0400 UBB_FPGA side B\n"
@@ -142,10 +130,8 @@ TEST_F(Erotctl, PersistDecodesItsBitsAndRoundTripsThroughPersistSet)
     Bytes record = {0x0C, 0, 0, 0, 0x01, 0, 0, 0, 0, 0, 0x05, 0x00, 0, 0, 0, 9};
     device.reply(sized(0x12, 25, record));
     device.reply(response(0x13, 0));
-
     Json json = runJson({"persist"});
     erotctl::Outcome set = run({"--write", "persist-set", json["raw"]});
-
     EXPECT_EQ(json["flags"], "0x0c");
     EXPECT_EQ(json["secureBootFinished"], true);
     EXPECT_EQ(json["firmwareCopyCompleted"], true);
@@ -163,10 +149,8 @@ TEST_F(Erotctl, TraceLogLinesMatchTheDaemonsConsole)
     device.reply(page(0x31, 0x06, 0, 2, entry));
     // The basic form lacks the severity byte, which reads 5.
     device.reply(page(0x30, 0x02, 0, 1, Bytes(entry.begin(), entry.end() - 1)));
-
     erotctl::Outcome full = run({"trace-log"});
     Json basic = runJson({"trace-log", "--basic"});
-
     EXPECT_EQ(full.out, "1 entries, the log overflowed\n"
                         "        1234 BPup 0x00000001 0xdeadbeef 3\n");
     EXPECT_EQ(basic["overflowed"], false);
@@ -176,16 +160,12 @@ TEST_F(Erotctl, TraceLogLinesMatchTheDaemonsConsole)
     EXPECT_EQ(device.sent[1].request[7], 0x30);
 }
 
-// ---- writes and exit codes ---------------------------------------------
-
 TEST_F(Erotctl, WritesNeedTheWriteFlag)
 {
     device.reply(response(0x10, 0));
-
     erotctl::Outcome refused = run({"select-flash", "B", "--persist"});
     ASSERT_TRUE(device.sent.empty());
     erotctl::Outcome sent = run({"select-flash", "B", "--persist", "--write"});
-
     EXPECT_EQ(refused.exitCode, 2);
     EXPECT_THAT(refused.err, HasSubstr("add --write"));
     EXPECT_EQ(sent.exitCode, 0);
@@ -198,12 +178,10 @@ TEST_F(Erotctl, RefusalAndLinkFailureHaveTheirOwnExitCodes)
     device.fail(-ETIMEDOUT);
     device.reply(response(0x15, 0x81));
     device.fail(-ETIMEDOUT);
-
     erotctl::Outcome refused = run({"auto-arb"});
     erotctl::Outcome lost = run({"auto-arb"});
     Json refusedJson = runJson({"auto-arb"});
     Json lostJson = runJson({"auto-arb"});
-
     EXPECT_EQ(refused.exitCode, 1);
     EXPECT_EQ(refused.err, "auto-arb: refused by the device, status 0x03\n");
     EXPECT_EQ(lost.exitCode, 3);
@@ -235,8 +213,7 @@ TEST_F(Erotctl, BadCommandLinesAreUsageErrorsAndSendNothing)
         {"--write", "persist-set", repeated("zz", 16)},
         {"--write", "set-manageability", "32", "1"},
         {"--write", "set-manageability", "1"},
-        {"--write", "cert-chain", "--out", "/nonexistent/dir/chain.bin"},
-    };
+        {"--write", "cert-chain", "--out", "/nonexistent/dir/chain.bin"}};
     for (const auto& line : lines)
     {
         erotctl::Outcome outcome = run(line);

@@ -191,7 +191,7 @@ void BusResponder::addProperty(const std::string& path,
                                const std::string& interface,
                                const std::string& name, BusValue initial)
 {
-    static constexpr const char* signatures[] = {"s", "b", "i", "u"};
+    static constexpr const char* signatures[] = {"s", "u"};
     interfaceFor(path, interface)
         .properties.push_back(
             {name, signatures[initial.index()], std::move(initial), {}});
@@ -376,20 +376,11 @@ int BusResponder::onGet(sd_bus*, const char*, const char*, const char* property,
     std::lock_guard lock(entry.owner->mutex);
     const Property& held =
         entry.owner->propertyOf(entry.path, entry.name, property);
-    const char* type = held.signature.c_str();
-    switch (held.value.index())
+    if (const auto* text = std::get_if<std::string>(&held.value))
     {
-        case 0:
-            return sd_bus_message_append(reply, type,
-                                         std::get<0>(held.value).c_str());
-        case 1:
-            return sd_bus_message_append(reply, type,
-                                         int{std::get<1>(held.value)});
-        case 2:
-            return sd_bus_message_append(reply, type, std::get<2>(held.value));
-        default:
-            return sd_bus_message_append(reply, type, std::get<3>(held.value));
+        return sd_bus_message_append(reply, "s", text->c_str());
     }
+    return sd_bus_message_append(reply, "u", std::get<uint32_t>(held.value));
 }
 
 int BusResponder::onSet(sd_bus*, const char*, const char*, const char* property,
@@ -403,8 +394,6 @@ int BusResponder::onSet(sd_bus*, const char*, const char*, const char* property,
     union
     {
         const char* text;
-        int flag;
-        int32_t signedNumber;
         uint32_t number;
     } in{};
     int r = sd_bus_message_read_basic(value, target.signature[0], &in);
@@ -412,20 +401,13 @@ int BusResponder::onSet(sd_bus*, const char*, const char*, const char* property,
     {
         return r;
     }
-    switch (target.value.index())
+    if (target.value.index() == 0)
     {
-        case 0:
-            target.value = std::string(in.text != nullptr ? in.text : "");
-            break;
-        case 1:
-            target.value = in.flag != 0;
-            break;
-        case 2:
-            target.value = in.signedNumber;
-            break;
-        default:
-            target.value = in.number;
-            break;
+        target.value = std::string(in.text != nullptr ? in.text : "");
+    }
+    else
+    {
+        target.value = in.number;
     }
     target.written.push_back(target.value);
     return 1;

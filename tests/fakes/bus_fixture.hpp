@@ -54,9 +54,8 @@ class PrivateBus
     std::optional<std::string> previousAddress;
 };
 
-// The value of a property the responder serves; the alternative gives the
-// D-Bus type ("s", "b", "i", "u").
-using BusValue = std::variant<std::string, bool, int32_t, uint32_t>;
+// The value of a property the responder serves, of D-Bus type "s" or "u".
+using BusValue = std::variant<std::string, uint32_t>;
 
 // A peer on the system bus that owns one name and answers with handlers the
 // test gives. Objects and methods are added before start(); handlers run on

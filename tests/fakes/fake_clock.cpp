@@ -38,14 +38,6 @@ void FakeClock::advance(std::chrono::nanoseconds duration)
     elapsed += duration;
 }
 
-void FakeClock::setWall(std::chrono::system_clock::time_point wall)
-{
-    std::lock_guard lock(mutex);
-    wallStart =
-        wall - std::chrono::duration_cast<std::chrono::system_clock::duration>(
-                   elapsed);
-}
-
 std::vector<std::chrono::nanoseconds> FakeClock::sleeps() const
 {
     std::lock_guard lock(mutex);

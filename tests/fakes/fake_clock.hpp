@@ -20,7 +20,6 @@ class FakeClock : public platform::Clock
     void sleepFor(std::chrono::nanoseconds duration) override;
 
     void advance(std::chrono::nanoseconds duration);
-    void setWall(std::chrono::system_clock::time_point wall);
     std::vector<std::chrono::nanoseconds> sleeps() const;
     std::chrono::nanoseconds slept() const;
 

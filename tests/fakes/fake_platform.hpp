@@ -16,7 +16,7 @@
 namespace orvane::test
 {
 
-// Records commands; the status of each comes from a rule or the default.
+// Records commands; the status of each comes from a rule, else 0.
 class FakeShell : public platform::Shell
 {
   public:
@@ -26,7 +26,6 @@ class FakeShell : public platform::Shell
 
     std::vector<std::string> commands() const;
 
-    int defaultStatus = 0;
     std::map<std::string, int> statusFor; // by exact command text
     std::string output;                   // what popen reads
 

@@ -4,7 +4,6 @@
 #include "board/virtual_board.hpp"
 #include "orvane/hotswap_setup.hpp"
 #include "orvane/oam_presence.hpp"
-#include "orvane/power_service.hpp"
 #include "orvane/standby_power.hpp"
 #include "utils/gpio_lines.hpp"
 #include "utils/i2c_ops.hpp"
@@ -78,15 +77,6 @@ class RecordedLine : public platform::GpioLine
     std::string name;
     std::vector<LineWrite>& log;
 };
-
-std::vector<ZellibCall> withId(std::vector<ZellibCall> calls,
-                               const std::string& messageId)
-{
-    std::erase_if(calls, [&messageId](const ZellibCall& call) {
-        return call.messageId != messageId;
-    });
-    return calls;
-}
 
 } // namespace
 
@@ -172,7 +162,11 @@ void hostAt(ubbsim::Scenario& scenario, double seconds,
 std::vector<ZellibCall> eventsWithId(const RecordingZellib& zellib,
                                      const std::string& messageId)
 {
-    return withId(zellib.calls(ZellibCall::Kind::nvLog), messageId);
+    auto calls = zellib.calls(ZellibCall::Kind::nvLog);
+    std::erase_if(calls, [&messageId](const ZellibCall& call) {
+        return call.messageId != messageId;
+    });
+    return calls;
 }
 
 void clearProducts()
@@ -193,10 +187,9 @@ UbbProduct::~UbbProduct()
     productTable[ubbProductIndex] = productUnknown;
 }
 
-GpioRecorder::GpioRecorder()
+GpioRecorder::GpioRecorder() : previous(platform::current())
 {
-    platform::Platform seams = platform::current();
-    previous = seams;
+    platform::Platform seams = previous;
     seams.gpio = this;
     platform::install(seams);
 }
@@ -214,12 +207,7 @@ std::unique_ptr<platform::GpioLine> GpioRecorder::findLine(
     {
         return line;
     }
-    return std::make_unique<RecordedLine>(std::move(line), name, recorded);
-}
-
-std::vector<LineWrite> GpioRecorder::writes() const
-{
-    return recorded;
+    return std::make_unique<RecordedLine>(std::move(line), name, writes);
 }
 
 PowerBoard::PowerBoard(const ubbsim::Scenario& scenario) :
@@ -301,8 +289,7 @@ bool PowerBoard::runStandby()
 void PowerBoard::standbyState()
 {
     state.standbyPowerStatus = true;
-    // The SoC reports a cold reset, whatever start the board model had: the
-    // base sequences then run in full instead of learning a kept state.
+    // A cold reset whatever the model's start: base sequences run in full.
     fx.fake.devMem.word = 0x00000001;
     platform::Platform seams = platform::current();
     seams.devMem = &fx.fake.devMem;

@@ -14,22 +14,17 @@
 #include "virtual/virtual_machine.hpp"
 
 #include <chrono>
-#include <cstdint>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <memory>
-#include <string>
-#include <vector>
 
 namespace orvane::test
 {
 
-// The virtual board in the test's own process, on the fake clock: the
-// daemon's sleeps and the board's bus time move one board time, instantly.
-// I2C, GPIO and the reset reason go to the board model; the other seams
-// stay the fakes of FakePlatform (temporary root, recorded shell commands,
-// recorded events).
+// The virtual board in-process on the fake clock: sleeps and bus time move
+// one board time, instantly. I2C, GPIO and the reset reason go to the board
+// model; the other seams stay FakePlatform's.
 class VirtualBoardFixture
 {
   public:
@@ -76,13 +71,10 @@ std::vector<ZellibCall> eventsWithId(const RecordingZellib& zellib,
 
 // The product table as before any scan, and one UBB product for a test.
 void clearProducts();
-class UbbProduct
+struct UbbProduct
 {
-  public:
     explicit UbbProduct(int product);
     ~UbbProduct();
-    UbbProduct(const UbbProduct&) = delete;
-    UbbProduct& operator=(const UbbProduct&) = delete;
 };
 
 // One level driven on a GPIO line, at fake-clock time.
@@ -93,28 +85,24 @@ struct LineWrite
     std::chrono::steady_clock::time_point at;
 };
 
-// Sits between the daemon and the installed GPIO seam and records every
-// level driven, for as long as it lives.
+// Sits in front of the installed GPIO seam and records every level driven.
 class GpioRecorder : public platform::Gpio
 {
   public:
     GpioRecorder();
     ~GpioRecorder() override;
-    GpioRecorder(const GpioRecorder&) = delete;
-    GpioRecorder& operator=(const GpioRecorder&) = delete;
 
     std::unique_ptr<platform::GpioLine> findLine(
         const std::string& name) override;
-    std::vector<LineWrite> writes() const;
+
+    std::vector<LineWrite> writes;
 
   private:
     platform::Platform previous;
-    std::vector<LineWrite> recorded;
 };
 
-// The virtual board with its neighbours on a private system bus, and the
-// daemon's own service stood in by a responder that keeps what the
-// sequences publish.
+// The virtual board with its neighbours on a private bus, and a responder
+// in the daemon's place that keeps what the sequences publish.
 class PowerBoard
 {
   public:
@@ -123,20 +111,19 @@ class PowerBoard
 
     // Power_Status values written so far.
     std::vector<std::string> published(const std::string& property);
-    // One register of a device, and one GPIO line, read as the daemon
-    // reads them.
+    // Read as the daemon reads them.
     uint8_t read(int bus, uint8_t address, uint8_t reg);
     int line(const std::string& name);
-    // Event log entries (not the non-volatile copies) whose text holds
-    // `text`; with a message id, only those of that id.
+    // Event log entries (not the non-volatile copies) holding `text`, of
+    // this message id if one is given.
     std::vector<ZellibCall> events(const std::string& text,
                                    const std::string& messageId = "") const;
     std::vector<ZellibCall> nvEvents(const std::string& messageId) const;
 
     bool runToStage2(); // stage 1, the FPGA rails and the pre-retimer step
     bool runStandby();  // everything up to and with stage 3
-    // The state after a standby power-up from a cold reset, and for a
-    // running board also after base power-on, as the sequences leave it.
+    // The state as the sequences leave it after standby power-up from a
+    // cold reset, and for a running board also after base power-on.
     void standbyState();
     void runningState();
 
@@ -148,8 +135,8 @@ class PowerBoard
     OrvaneSvcState state;
 };
 
-// Every seam faked, and the daemon's VR_Info as the sequences read it back:
-// each module's design and its configuration folder "/vr/<module>".
+// Every seam faked, and the daemon's VR_Info: each module's design and its
+// configuration folder "/vr/<module>".
 class VrInfoTest : public ::testing::Test
 {
   protected:

@@ -1,11 +1,13 @@
 #pragma once
 
 #include "erot/scripted_device.hpp"
+#include "fakes/console_capture.hpp"
 #include "fakes/fake_platform.hpp"
 #include "secure-boot/boot_context.hpp"
 
 #include <semaphore.h>
 
+#include <algorithm>
 #include <chrono>
 #include <string>
 #include <vector>
@@ -19,8 +21,8 @@ namespace orvane::test
 struct Halted
 {};
 
-// The fake clock, except that the halt's first 10 s sleep ends the test's
-// call instead of never returning.
+// The fake clock, except that the 10 s sleep of a halt (after BootFailure)
+// ends the test's call instead of never returning.
 class HaltingClock : public FakeClock
 {
   public:
@@ -30,25 +32,17 @@ class HaltingClock : public FakeClock
     void sleepFor(std::chrono::nanoseconds duration) override
     {
         FakeClock::sleepFor(duration);
-        if (duration == std::chrono::seconds(10) && halting())
+        auto calls = zellib.calls();
+        if (duration == std::chrono::seconds(10) &&
+            std::any_of(calls.begin(), calls.end(), [](const auto& call) {
+                return call.messageId == "BootFailure";
+            }))
         {
             throw Halted{};
         }
     }
 
   private:
-    bool halting() const
-    {
-        for (const ZellibCall& call : zellib.calls())
-        {
-            if (call.messageId == "BootFailure")
-            {
-                return true;
-            }
-        }
-        return false;
-    }
-
     RecordingZellib& zellib;
 };
 
@@ -78,18 +72,10 @@ class ErotBootTest : public ::testing::Test
         for (const ZellibCall& call :
              fake.zellib.calls(ZellibCall::Kind::nvLog))
         {
-            {
-                const size_t text = call.message.find("] ");
-                texts.push_back(call.messageId + "|" + call.arg1 + "|" +
-                                call.message.substr(text + 2));
-            }
+            texts.push_back(call.messageId + "|" + call.arg1 + "|" +
+                            call.message.substr(call.message.find("] ") + 2));
         }
         return texts;
-    }
-
-    bool semaphorePosted()
-    {
-        return sem_trywait(&semaphore) == 0;
     }
 
     FakePlatform fake;

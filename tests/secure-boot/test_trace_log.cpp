@@ -19,11 +19,9 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 
 constexpr uint8_t lastPage = 0x02;
-constexpr uint8_t overflowFlag = 0x04;
-constexpr uint8_t reportNonFatal = 0x02;
 
-Bytes entry(uint64_t timestamp, const char* tag, uint32_t data1, uint32_t data2,
-            uint8_t severity)
+Bytes entry(uint64_t timestamp, const char* tag, uint32_t data1 = 0,
+            uint32_t data2 = 0, uint8_t severity = 5)
 {
     Bytes bytes(21);
     std::memcpy(bytes.data(), &timestamp, 8);
@@ -39,7 +37,7 @@ Bytes join(std::initializer_list<Bytes> parts)
     Bytes all;
     for (const Bytes& part : parts)
     {
-        all.insert(all.end(), part.begin(), part.end());
+        all = erot::test::join(all, part);
     }
     return all;
 }
@@ -57,9 +55,7 @@ class TraceLogTest : public ErotBootTest
     {
         device.reply(page(0x31, lastPage | flags, 0, 2, log));
         device.reply(response(0x32, 0, {health, 0}));
-        ::testing::internal::CaptureStdout();
-        PrintDebugTraceLog(context);
-        return ::testing::internal::GetCapturedStdout();
+        return console([&] { PrintDebugTraceLog(context); });
     }
 
     std::vector<std::string> eventIds() const
@@ -75,8 +71,8 @@ class TraceLogTest : public ErotBootTest
 
 TEST_F(TraceLogTest, PrintsEachEntryOnceAcrossReads)
 {
-    const Bytes log = join(
-        {entry(100, "INIT", 0x1, 0xABCDEF12, 5), entry(200, "BOOT", 0, 0, 5)});
+    const Bytes log =
+        join({entry(100, "INIT", 0x1, 0xABCDEF12), entry(200, "BOOT")});
     std::string out = print(log, 0);
     EXPECT_THAT(out, HasSubstr("Got 2 logs:"));
     EXPECT_THAT(out, HasSubstr("         100 INIT 0x00000001 0xabcdef12 5"));
@@ -84,9 +80,7 @@ TEST_F(TraceLogTest, PrintsEachEntryOnceAcrossReads)
 
     // The same log again, plus an entry at the same time with another tag
     // and one older than the last seen.
-    out = print(
-        join({log, entry(200, "WAKE", 0, 0, 5), entry(150, "LATE", 0, 0, 5)}),
-        0);
+    out = print(join({log, entry(200, "WAKE"), entry(150, "LATE")}), 0);
     EXPECT_THAT(out, Not(HasSubstr("INIT")));
     EXPECT_THAT(out, Not(HasSubstr(" BOOT ")));
     EXPECT_THAT(out, HasSubstr("         200 WAKE"));
@@ -105,10 +99,10 @@ TEST_F(TraceLogTest, ErrorsRaiseEventsByHealth)
     EXPECT_THAT(events()[1], HasSubstr("|BPup,0x10,0x20|EROT fatal error "
                                        "occured"));
 
+    // Health reporting non-fatal errors, and an overflowed log.
     fake.zellib.clear();
     ResetTraceLogCursor();
-    const std::string out = print(log, reportNonFatal, overflowFlag);
-    EXPECT_THAT(out, HasSubstr("Trace log overflowed!"));
+    EXPECT_THAT(print(log, 0x02, 0x04), HasSubstr("Trace log overflowed!"));
     EXPECT_THAT(
         eventIds(),
         ElementsAre("AutomaticRecoveryTriggered",
@@ -119,17 +113,16 @@ TEST_F(TraceLogTest, ErrorsRaiseEventsByHealth)
 TEST_F(TraceLogTest, FailedReadsOnlyReport)
 {
     device.fail(-EIO);
-    ::testing::internal::CaptureStdout();
-    PrintDebugTraceLog(context);
-
     // A failed health poll stops before any entry is printed or remembered.
     device.reply(page(0x31, lastPage, 0, 2, entry(5, "INIT", 0, 0, 3)));
     device.fail(-ETIMEDOUT);
-    PrintDebugTraceLog(context);
-
     device.reply(response(0x31, 0x09));
-    PrintDebugTraceLog(context);
-    const std::string out = ::testing::internal::GetCapturedStdout();
+    const std::string out = console([&] {
+        for (int i = 0; i < 3; ++i)
+        {
+            PrintDebugTraceLog(context);
+        }
+    });
     EXPECT_THAT(out, HasSubstr("Status Error 0x09"));
     EXPECT_THAT(out, Not(HasSubstr("INIT")));
     EXPECT_THAT(events(),
@@ -138,7 +131,7 @@ TEST_F(TraceLogTest, FailedReadsOnlyReport)
                             HasSubstr("ErotGetTraceLog; Return code: -110|Fail "
                                       "to run ErotHealthStatusPoll. Error "
                                       "Code: -110")));
-    EXPECT_THAT(print(entry(5, "INIT", 0, 0, 5), 0), HasSubstr("INIT"));
+    EXPECT_THAT(print(entry(5, "INIT"), 0), HasSubstr("INIT"));
 }
 
 } // namespace

@@ -15,13 +15,7 @@ namespace orvane::test
 namespace
 {
 
-using ::testing::AllOf;
-using ::testing::Each;
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::SizeIs;
+using namespace ::testing;
 using namespace std::chrono_literals;
 
 constexpr const char* pwrEn = "GPU_BASE_PWR_EN";
@@ -39,9 +33,7 @@ class GpioTest : public ::testing::Test
     FakePlatform platform;
 };
 
-using GpioReadTest = GpioTest;
-
-TEST_F(GpioReadTest, ReadsTheLevelAsInputAndLetsTheLineGo)
+TEST_F(GpioTest, ReadsTheLevelAsInputAndLetsTheLineGo)
 {
     int value = -1;
     std::string out = console([&] { EXPECT_TRUE(GetGPIOValue(pwrEn, value)); });
@@ -62,7 +54,7 @@ TEST_F(GpioReadTest, ReadsTheLevelAsInputAndLetsTheLineGo)
     EXPECT_EQ(value, 0);
 }
 
-TEST_F(GpioReadTest, UnknownLineWarnsAndKeepsTheValue)
+TEST_F(GpioTest, UnknownLineWarnsAndKeepsTheValue)
 {
     int value = 7;
     std::string out = console([&] {
@@ -80,7 +72,7 @@ TEST_F(GpioReadTest, UnknownLineWarnsAndKeepsTheValue)
 
 // A busy line is asked again every ten microseconds, ten thousand times at
 // most: the last may still get the line.
-TEST_F(GpioReadTest, LineBusyForeverIsReportedToTheJournal)
+TEST_F(GpioTest, LineBusyForeverIsReportedToTheJournal)
 {
     platform.gpio.setBusy(pwrEn, 9'999);
     int value = -1;
@@ -109,43 +101,12 @@ TEST_F(GpioReadTest, LineBusyForeverIsReportedToTheJournal)
     EXPECT_EQ(entries[0].message,
               "Error setting gpio as Input " + std::string(pwrEn));
     // The reason follows on the console, bare, without a line prefix.
-    EXPECT_THAT(out, AllOf(::testing::StartsWith("error is: "),
+    EXPECT_THAT(out, AllOf(StartsWith("error is: "),
                            HasSubstr(std::strerror(EBUSY)), EndsWith("\n")));
     EXPECT_FALSE(platform.gpio.isRequested(pwrEn));
 }
 
-TEST_F(GpioReadTest, OtherRequestErrorsAreNotRetried)
-{
-    platform.gpio.failRequests(pwrEn, EIO, 1);
-    int value = 5;
-    std::string out =
-        console([&] { EXPECT_FALSE(GetGPIOValue(pwrEn, value)); });
-
-    EXPECT_EQ(value, 5);
-    EXPECT_THAT(platform.gpio.requests(pwrEn), SizeIs(1));
-    EXPECT_THAT(platform.clock.sleeps(), IsEmpty());
-    EXPECT_THAT(platform.journal.entries(), SizeIs(1));
-    EXPECT_THAT(out, HasSubstr(std::strerror(EIO)));
-}
-
-TEST_F(GpioReadTest, FailedReadKeepsTheValueAndFreesTheLine)
-{
-    platform.gpio.failGet(pwrEn, EIO);
-    int value = 5;
-    std::string out =
-        console([&] { EXPECT_FALSE(GetGPIOValue(pwrEn, value)); });
-
-    EXPECT_EQ(value, 5);
-    EXPECT_THAT(out, AllOf(HasSubstr("[ERROR \"gpio_lines.cpp\":"),
-                           HasSubstr("] Fail to get value"),
-                           HasSubstr(std::strerror(EIO))));
-    EXPECT_THAT(platform.journal.entries(), IsEmpty());
-    EXPECT_FALSE(platform.gpio.isRequested(pwrEn));
-}
-
-using GpioWriteTest = GpioTest;
-
-TEST_F(GpioWriteTest, DrivesTheValueAndFreesTheLineForTheNextCall)
+TEST_F(GpioTest, DrivesTheValueAndFreesTheLineForTheNextCall)
 {
     std::string out = console([&] {
         EXPECT_TRUE(SetGPIOOutput(pwrGd, 1));
@@ -165,52 +126,61 @@ TEST_F(GpioWriteTest, DrivesTheValueAndFreesTheLineForTheNextCall)
     EXPECT_FALSE(platform.gpio.isRequested(pwrGd));
 }
 
-TEST_F(GpioWriteTest, BusyLineFailsAtOnce)
+// Other request errors on a read, and any on a write, are not retried; a
+// failed read or drive is reported and lets the line go.
+TEST(GpioFailureTest, EachFailureIsReportedOnce)
 {
-    platform.gpio.setBusy(pwrGd, 1);
-    std::string out = console([&] { EXPECT_FALSE(SetGPIOOutput(pwrGd, 1)); });
+    const std::string error = "[ERROR \"gpio_lines.cpp\":";
+    struct Case
+    {
+        const char* line;
+        void (*fault)(FakeGpio&);
+        std::vector<std::string> texts;
+        size_t journal;
+    };
+    const Case cases[] = {
+        {pwrEn,
+         [](FakeGpio& g) { g.failRequests(pwrEn, EIO, 1); },
+         {std::strerror(EIO)},
+         1},
+        {pwrEn,
+         [](FakeGpio& g) { g.failGet(pwrEn, EIO); },
+         {error, "] Fail to get value", std::strerror(EIO)},
+         0},
+        {pwrGd,
+         [](FakeGpio& g) { g.setBusy(pwrGd, 1); },
+         {error, "] Error setting gpio as Output: " + std::string(pwrGd),
+          std::strerror(EBUSY)},
+         0},
+        {pwrGd,
+         [](FakeGpio& g) { g.failSet(pwrGd, EIO); },
+         {error, "] Failed to set value for " + std::string(pwrGd),
+          std::strerror(EIO)},
+         0},
+    };
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(c.texts.back());
+        FakePlatform platform;
+        platform.gpio.addLines({pwrEn, pwrGd});
+        c.fault(platform.gpio);
+        int value = 5;
+        std::string out = console([&] {
+            EXPECT_FALSE(c.line == pwrEn ? GetGPIOValue(pwrEn, value)
+                                         : SetGPIOOutput(pwrGd, 1));
+        });
 
-    EXPECT_THAT(platform.gpio.requests(pwrGd), SizeIs(1));
-    EXPECT_THAT(platform.clock.sleeps(), IsEmpty());
-    EXPECT_THAT(platform.gpio.writes(), IsEmpty());
-    EXPECT_THAT(out, AllOf(HasSubstr("[ERROR \"gpio_lines.cpp\":"),
-                           HasSubstr("] Error setting gpio as Output: " +
-                                     std::string(pwrGd)),
-                           HasSubstr(std::strerror(EBUSY))));
-    EXPECT_THAT(platform.journal.entries(), IsEmpty());
-}
-
-TEST_F(GpioWriteTest, FailedDriveIsReported)
-{
-    platform.gpio.failSet(pwrGd, EIO);
-    std::string out = console([&] { EXPECT_FALSE(SetGPIOOutput(pwrGd, 1)); });
-
-    EXPECT_THAT(
-        out, AllOf(HasSubstr("[ERROR \"gpio_lines.cpp\":"),
-                   HasSubstr("] Failed to set value for " + std::string(pwrGd)),
-                   HasSubstr(std::strerror(EIO))));
-    EXPECT_FALSE(platform.gpio.isRequested(pwrGd));
-}
-
-// A line that another consumer holds: reads wait it out until it is let
-// go, writes give up at once and leave the holder's level alone.
-TEST_F(GpioWriteTest, LineHeldElsewhere)
-{
-    auto holder = platform::gpio().findLine(pwrGd);
-    ASSERT_NE(holder, nullptr);
-    holder->request("elsewhere", platform::GpioDirection::output, 0, 1);
-
-    int value = -1;
-    console([&] {
-        EXPECT_FALSE(SetGPIOOutput(pwrGd, 0));
-        EXPECT_FALSE(GetGPIOValue(pwrGd, value));
-    });
-    EXPECT_EQ(platform.gpio.value(pwrGd), 1);
-    EXPECT_EQ(value, -1);
-
-    holder.reset();
-    EXPECT_TRUE(SetGPIOOutput(pwrGd, 0));
-    EXPECT_THAT(platform.gpio.writes(pwrGd), ElementsAre(0));
+        EXPECT_EQ(value, 5);
+        for (const std::string& text : c.texts)
+        {
+            EXPECT_THAT(out, HasSubstr(text));
+        }
+        EXPECT_THAT(platform.gpio.requests(c.line), SizeIs(1));
+        EXPECT_THAT(platform.clock.sleeps(), IsEmpty());
+        EXPECT_THAT(platform.gpio.writes(), IsEmpty());
+        EXPECT_THAT(platform.journal.entries(), SizeIs(c.journal));
+        EXPECT_FALSE(platform.gpio.isRequested(c.line));
+    }
 }
 
 } // namespace

@@ -11,8 +11,7 @@ namespace orvane::test
 namespace
 {
 
-using testing::ElementsAre;
-using testing::HasSubstr;
+using namespace ::testing;
 using Kind = I2cOp::Kind;
 
 constexpr int bus = 3;
@@ -54,17 +53,6 @@ class I2cChannelTest : public testing::Test
     int event = -1;
     I2CChannel channel;
 };
-
-TEST_F(I2cChannelTest, OpenFailureReportsEventOne)
-{
-    I2CChannel other;
-    other.bus = 9; // no such bus
-    std::string out = console([&] { EXPECT_FALSE(other.OpenChannel(&event)); });
-    EXPECT_EQ(event, 1);
-    EXPECT_LT(other.fd, 0);
-    EXPECT_THAT(out, HasSubstr("[ERROR \"i2c_channel.cpp\":"));
-    EXPECT_EQ(fake.i2c.operations(Kind::open).back().bus, 9);
-}
 
 // The channel operations that the failures below go through.
 enum class Op
@@ -231,6 +219,16 @@ TEST_F(I2cChannelTest, TransfersMoveTheRegisters)
 
     EXPECT_TRUE(channel.SmbusReadBlock(&event, dev, 0x41, read, 2));
     EXPECT_THAT(read, ElementsAre(2, 3, 3));
+
+    // The 16-bit offset goes high byte first.
+    fake.i2c.addDevice(bus, 0x56, 2);
+    fake.i2c.setRegisters(bus, 0x56, 0xF24B, {0x00, 0x5A});
+    uint8_t wide[2] = {0xEE, 0xEE};
+    EXPECT_TRUE(channel.ReadMemoryBlock16(&event, 0x56, 0xF24B, 2, wide));
+    EXPECT_THAT(wide, ElementsAre(0x00, 0x5A));
+    auto transfer = fake.i2c.operations(Kind::rdwr).at(0);
+    EXPECT_EQ(transfer.bytes, (std::vector<uint8_t>{0xF2, 0x4B}));
+    EXPECT_EQ(transfer.command, 0xF24B);
 }
 
 TEST_F(I2cChannelTest, PecWrapsTheSmbusWrite)
@@ -268,18 +266,6 @@ TEST_F(I2cChannelTest, SmbusWriteByteFailsWhenPecCannotBeDisabled)
     EXPECT_THAT(out, HasSubstr("Fail to disable the PEC"));
 }
 
-TEST_F(I2cChannelTest, ReadMemoryBlock16SendsOffsetHighByteFirst)
-{
-    fake.i2c.addDevice(bus, 0x56, 2);
-    fake.i2c.setRegisters(bus, 0x56, 0xF24B, {0x00, 0x5A});
-    uint8_t block[2] = {0xEE, 0xEE};
-    EXPECT_TRUE(channel.ReadMemoryBlock16(&event, 0x56, 0xF24B, 2, block));
-    EXPECT_THAT(block, ElementsAre(0x00, 0x5A));
-    auto transfer = fake.i2c.operations(Kind::rdwr).at(0);
-    EXPECT_EQ(transfer.bytes, (std::vector<uint8_t>{0xF2, 0x4B}));
-    EXPECT_EQ(transfer.command, 0xF24B);
-}
-
 // One-shot operations: a fresh descriptor per call, always closed.
 using I2cOneShotTest = I2cChannelTest;
 
@@ -303,9 +289,19 @@ TEST_F(I2cOneShotTest, EveryOperationClosesItsDescriptor)
     EXPECT_EQ(fake.i2c.openDescriptors(), 1);
 }
 
-TEST_F(I2cOneShotTest, OpenFailureSaysOpenChannelInItsOwnSpelling)
+// The one-shot form says OpenChannel in its own spelling.
+TEST_F(I2cOneShotTest, OpenFailureReportsEventOne)
 {
-    std::string out = console(
+    I2CChannel other;
+    other.bus = 9; // no such bus
+    std::string out = console([&] { EXPECT_FALSE(other.OpenChannel(&event)); });
+    EXPECT_EQ(event, 1);
+    EXPECT_LT(other.fd, 0);
+    EXPECT_THAT(out, HasSubstr("[ERROR \"i2c_channel.cpp\":"));
+    EXPECT_EQ(fake.i2c.operations(Kind::open).back().bus, 9);
+
+    event = -1;
+    out = console(
         [&] { EXPECT_FALSE(I2CWriteMemoryByte(&event, 12, dev, 1, 2)); });
     EXPECT_EQ(event, 1);
     EXPECT_THAT(out, HasSubstr("Failed to open the I2C bus\n"));

@@ -18,14 +18,10 @@ namespace orvane::test
 namespace
 {
 
+using namespace ::testing;
 using Bytes = std::vector<uint8_t>;
 using Host = ubbsim::HostAction::Kind;
 using Writes = std::vector<Bytes>;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::SizeIs;
 
 constexpr int fpga = 3;
 constexpr uint8_t fpgaAddress = 0x56;
@@ -40,6 +36,14 @@ ubbsim::Scenario enabledAt(double seconds)
     ubbsim::Scenario scenario = warmBoard(false);
     hostAt(scenario, seconds, Host::enable);
     return scenario;
+}
+
+std::filesystem::path marker(PowerBoard& b, const char* path)
+{
+    const auto file = b.fx.fake.files.resolve(path);
+    std::filesystem::create_directories(file.parent_path());
+    std::ofstream(file) << "1";
+    return file;
 }
 
 // Runs one sequence on the board; its console text goes to `out`.
@@ -60,10 +64,7 @@ TEST(BasePowerOn, ReachesEventNineteenAfterTheHostsEnable)
     PowerBoard b(enabledAt(5));
     b.standbyState();
     UbbProduct ubb(productKV35);
-    const auto marker =
-        b.fx.fake.files.resolve("/var/lib/redfish_error_injection_mode");
-    std::filesystem::create_directories(marker.parent_path());
-    std::ofstream(marker) << "1";
+    const auto injection = marker(b, "/var/lib/redfish_error_injection_mode");
 
     EXPECT_NE(run(Base_Pwr_on_Sqnc, b), 0U);
 
@@ -74,7 +75,7 @@ TEST(BasePowerOn, ReachesEventNineteenAfterTheHostsEnable)
     // The enable, then about nine seconds of fixed pauses.
     EXPECT_GE(b.fx.seconds(), 5.0 + 9.0);
     EXPECT_LT(b.fx.seconds(), 5.0 + 1.0 + 9.5);
-    EXPECT_FALSE(std::filesystem::exists(marker));
+    EXPECT_FALSE(std::filesystem::exists(injection));
 
     EXPECT_EQ(b.read(fpga, fpgaAddress, 0x60), 0xFF); // host power good
     EXPECT_EQ(b.read(fpga, fpgaAddress, 0x62), 0x00); // PERST released
@@ -192,8 +193,6 @@ TEST(ErrorInjection, EveryRmFollowsAndASilentOneFailsTheSet)
     }
 }
 
-// VR fault clearing on a fake bus, with the VR lists read from folders that
-// a stand-in of the daemon's service names.
 using VrFaultClearing = VrInfoTest;
 
 TEST_F(VrFaultClearing, HotswapsAreClearedOnTheOamsOnly)
@@ -259,17 +258,14 @@ TEST(BasePowerOffHold, HostRequestTakesDownEveryStage)
         hostAt(scenario, 5, exit);
         PowerBoard b(scenario);
         b.runningState();
-        const auto marker =
-            b.fx.fake.files.resolve("/var/lib/orvane/force_bundleupdate");
-        std::filesystem::create_directories(marker.parent_path());
-        std::ofstream(marker) << "";
+        const auto update = marker(b, "/var/lib/orvane/force_bundleupdate");
         std::string out;
 
         EXPECT_EQ(run(Base_Pwr_off_Sqnc, b, &out), 1U);
 
         EXPECT_GE(b.fx.seconds(), 5.0 + 3.0);
         EXPECT_TRUE(b.state.baseTransition);
-        EXPECT_FALSE(std::filesystem::exists(marker));
+        EXPECT_FALSE(std::filesystem::exists(update));
         expectBaseDown(b);
         EXPECT_THAT(b.events("Base Power down request from rack manager.",
                              "PowerDownRequest"),
@@ -478,7 +474,11 @@ class IoExpanders : public testing::Test
     OrvaneSvcState state;
 };
 
-TEST_F(IoExpanders, EightOamsGetTheTopologyOfTheProduct)
+// Eight OAMs get the product's topology, never 0x1C or 0x0C at the module
+// ID expander; an unknown product drives no output. Fewer than eight drive
+// zeros whatever the product, a link config write then two bytes, the
+// second the low byte of the transfer's clean event code.
+TEST_F(IoExpanders, OutputsFollowTheProductAndTheOams)
 {
     const Bytes kv35{0x63, 0x18, 0xC6, 0x31, 0x8C};
     const Bytes kv10{0x52, 0x94, 0xA5, 0x29, 0x4A};
@@ -488,24 +488,15 @@ TEST_F(IoExpanders, EightOamsGetTheTopologyOfTheProduct)
         EXPECT_EQ(taken(linkConfig),
                   withOutputs(setUp(linkConfig),
                               product == productKV20 ? kv10 : kv35));
-        // Never 0x1C or 0x0C at the module ID expander.
         EXPECT_EQ(taken(moduleId),
                   withOutputs(setUp(moduleId), {0x08, 0x4C, 0x2A, 0x6E}));
     }
-}
 
-TEST_F(IoExpanders, UnknownProductWithEightOamsDrivesNoOutput)
-{
-    std::string out = configure(productUnknown, 0xFF, 0);
+    EXPECT_THAT(configure(productUnknown, 0xFF, 0),
+                HasSubstr("Unable to determine product"));
     EXPECT_EQ(taken(linkConfig), setUp(linkConfig));
     EXPECT_EQ(taken(moduleId), setUp(moduleId));
-    EXPECT_THAT(out, HasSubstr("Unable to determine product"));
-}
 
-// Fewer than eight: zeros whatever the product. A link config write is two
-// bytes, the second the low byte of the transfer's clean event code.
-TEST_F(IoExpanders, FewerOamsDriveZeros)
-{
     configure(productUnknown, 0x7F, 1);
     EXPECT_EQ(taken(linkConfig),
               withOutputs(setUp(linkConfig), Bytes(5, 0x00), 2));
@@ -514,8 +505,7 @@ TEST_F(IoExpanders, FewerOamsDriveZeros)
 
 TEST_F(IoExpanders, FailedWriteClearsTheResultButTheWalkGoesOn)
 {
-    // All three tries of the very first write.
-    fake.i2c.inject(
+    fake.i2c.inject( // all three tries of the very first write
         {I2cOp::Kind::write, expanderBus, linkConfig, EIO, std::nullopt, 3});
     std::string out = configure(productKV35, 0xFF, 0);
 

@@ -12,10 +12,7 @@ namespace orvane::test
 namespace
 {
 
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::SizeIs;
+using namespace ::testing;
 
 constexpr const char* criticalOem =
     "ResourceEvent.1.2.1.ResourceStatusChangedCriticalOEM";

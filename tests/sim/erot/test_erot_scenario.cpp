@@ -77,16 +77,5 @@ TEST(ErotScenario, MistakesNameTheField)
         "more");
 }
 
-TEST(ErotScenario, BuiltInErotScenariosLoad)
-{
-    for (const char* name : {"erot-dead-link", "erot-tampered"})
-    {
-        Scenario scenario = loadScenario(name, BUILTIN_SCENARIO_DIR);
-        EXPECT_FALSE(scenario.erot.faults.empty() &&
-                     scenario.erot.images.empty())
-            << name;
-    }
-}
-
 } // namespace
 } // namespace ubbsim

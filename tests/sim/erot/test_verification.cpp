@@ -31,6 +31,15 @@ class Verification : public ErotTest
         return signImage(fields, generatedPayload(0x0400, svn, 4096),
                          keys().trusted, trustedKeyIndex);
     }
+
+    // The status of verifying `ahdr` for `component` with a given hash.
+    int verifyAs(uint16_t component, const Digest& hash, const uint8_t* ahdr)
+    {
+        EXPECT_EQ(::erot::ErotImageVerify(0, component, hash.data(), ahdrSize,
+                                          ahdr, &status),
+                  0);
+        return status;
+    }
 };
 
 TEST_F(Verification, EverySignedPairOfAHealthyBoardPasses)
@@ -66,7 +75,6 @@ TEST_F(Verification, SpoiltImagesAreRefusedWithTheirReason)
     EXPECT_EQ(verify(0, "ubb-fpga"), refused);
     EXPECT_EQ(verify(1, "ifwi"), 0);
     EXPECT_EQ(verify(0, "vr"), 0);
-
     auto failed = traces("IVFL");
     ASSERT_EQ(failed.size(), 4U);
     EXPECT_EQ(failed[0].data2, static_cast<uint32_t>(Verdict::digestMismatch));
@@ -76,9 +84,10 @@ TEST_F(Verification, SpoiltImagesAreRefusedWithTheirReason)
     EXPECT_EQ(failed[0].severity, 4);
 }
 
-// A header that is changed after signing, or that names another
-// component than the one asked for, doesn't pass.
-TEST_F(Verification, HeaderMustBeTheSignedOne)
+// A header changed after signing, or naming another component than the
+// one asked for, doesn't pass. The bundle's header covers no image: the SMC
+// sends no hash for it, while any other image needs its own.
+TEST_F(Verification, HeaderAndHashMustBeTheSignedOnes)
 {
     boot();
     SignedImage image = ubbFpga(1);
@@ -86,50 +95,26 @@ TEST_F(Verification, HeaderMustBeTheSignedOne)
     SignedImage raised = image;
     raised.ahdr[16] = 9; // SVN
     EXPECT_EQ(verify(raised), refused);
-    uint8_t status = 0;
     Digest hash = sha384(image.payload);
-    ASSERT_EQ(::erot::ErotImageVerify(0, 0x0500, hash.data(), ahdrSize,
-                                      image.ahdr.data(), &status),
-              0);
-    EXPECT_EQ(status, refused);
-}
-
-// The bundle's header covers no image: the SMC sends no hash for it, while
-// any other image needs its own.
-TEST_F(Verification, OnlyTheBundlePassesWithoutAHash)
-{
-    boot();
+    EXPECT_EQ(verifyAs(0x0500, hash, image.ahdr.data()), refused);
     EXPECT_EQ(verify(0, "fwbundle"), 0);
-    std::vector<uint8_t> ahdr = file(0, "ifwi.ahdr");
-    Digest zeros{};
-    uint8_t status = 0;
-    ASSERT_EQ(::erot::ErotImageVerify(0, 0x0500, zeros.data(), ahdrSize,
-                                      ahdr.data(), &status),
-              0);
-    EXPECT_EQ(status, refused);
+    EXPECT_EQ(verifyAs(0x0500, Digest{}, file(0, "ifwi.ahdr").data()), refused);
 }
 
+// An explicit commit raises the minimum to the running SVN; boot success
+// commits only at stage 0 with automatic commit on.
 TEST_F(Verification, CommitRaisesTheMinimumToTheRunningSvn)
 {
     ErotScenario scenario;
     scenario.components["UBB_FPGA"].svn = 2;
     boot(scenario);
     EXPECT_EQ(verify(ubbFpga(1)), 0);
-    uint8_t status = 0xEE;
     ASSERT_EQ(::erot::ErotARBCommit(&status), 0);
     EXPECT_EQ(status, 0);
     EXPECT_EQ(verify(ubbFpga(1)), refused);
     EXPECT_EQ(verify(ubbFpga(2)), 0);
     EXPECT_EQ(verify(0, "ubb-fpga"), 0);
-}
-
-// Boot success commits only at stage 0 with automatic commit on.
-TEST_F(Verification, BootSuccessCommitsOnlyWhenAskedTo)
-{
-    ErotScenario scenario;
-    scenario.components["UBB_FPGA"].svn = 2;
     boot(scenario);
-    uint8_t status = 0;
     ASSERT_EQ(::erot::ErotSignalBootSuccess(0, &status), 0);
     EXPECT_EQ(verify(ubbFpga(1)), 0) << "auto commit is off";
     ASSERT_EQ(::erot::ErotSetAutoARBCommit(1, &status), 0);

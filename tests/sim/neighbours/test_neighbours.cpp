@@ -1,6 +1,3 @@
-// The neighbours: what they answer, without a bus and on a private system
-// bus, asked the way the daemon asks.
-
 #include "fakes/bus_fixture.hpp"
 #include "neighbours/fru_objects.hpp"
 #include "neighbours/neighbours.hpp"
@@ -30,19 +27,6 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
 
-const FruObject* findObject(const std::vector<FruObject>& objects,
-                            const std::string& name)
-{
-    for (const FruObject& object : objects)
-    {
-        if (object.path == std::string(fruRoot) + "/" + name)
-        {
-            return &object;
-        }
-    }
-    return nullptr;
-}
-
 std::vector<std::string> paths(const SubTree& tree)
 {
     std::vector<std::string> found;
@@ -55,7 +39,7 @@ std::vector<std::string> paths(const SubTree& tree)
 
 TEST(FruObjects, AbsentModulesAndFieldsAreNotPublished)
 {
-    Scenario scenario = parseScenario(nlohmann::json::parse(R"({
+    Scenario scenario = parseScenario(json::parse(R"({
       "oams": {"present": [0, 1, 2],
                "fru": {"extra": {"PRODUCT_SERIAL_NUMBER": "S"}},
                "slots": {"1": {"fru": {"present": false}},
@@ -63,95 +47,78 @@ TEST(FruObjects, AbsentModulesAndFieldsAreNotPublished)
       "ubb": {"fru": {"present": false}}
     })"));
     std::vector<FruObject> objects = fruObjects(scenario);
-    ASSERT_EQ(objects.size(), 2U);
-    EXPECT_NE(findObject(objects, "OAM_0"), nullptr);
-    EXPECT_EQ(findObject(objects, "OAM_1"), nullptr);
-    EXPECT_EQ(findObject(objects, "UBB"), nullptr);
-    const FruObject* two = findObject(objects, "OAM_2");
-    ASSERT_NE(two, nullptr);
+    std::vector<std::string> published;
+    for (const FruObject& object : objects)
+    {
+        published.push_back(object.path);
+    }
+    const std::string root = fruRoot;
+    ASSERT_THAT(published, ElementsAre(root + "/OAM_0", root + "/OAM_2"));
+    const FruObject* two = &objects[1];
     EXPECT_FALSE(two->properties.contains("MULTIRECORD_THERMAL_MODEL"));
     EXPECT_FALSE(two->properties.contains("PRODUCT_VERSION"));
     EXPECT_EQ(two->properties.at("PRODUCT_SERIAL_NUMBER"), FruValue("S"));
     EXPECT_EQ(two->properties.at("MULTIRECORD_VR_HW_DESIGN"), FruValue("7"));
 }
 
-class ObjectIndexTest : public ::testing::Test
+TEST(ObjectIndex, SubTreeIsBelowThePathToItsDepthAndMatchesAnyInterface)
 {
-  protected:
-    ObjectIndexTest()
-    {
-        index.add("/xyz/openbmc_project/FruDevice", "fru",
-                  {"xyz.openbmc_project.FruDeviceManager"});
-        index.add("/xyz/openbmc_project/FruDevice/OAM_0", "fru",
-                  {"xyz.openbmc_project.FruDevice"});
-        index.add("/xyz/openbmc_project/FruDevice/UBB", "fru",
-                  {"xyz.openbmc_project.FruDevice"});
-        index.add("/xyz/openbmc_project/FruDeviceExtra/OAM_9", "other",
-                  {"xyz.openbmc_project.FruDevice"});
-        index.add("/xyz/openbmc_project/state/chassis0", "chassis",
-                  {"xyz.openbmc_project.State.Chassis"});
-        // One object with two owners, only one of them a FRU.
-        index.add("/xyz/openbmc_project/FruDevice/UBB", "inventory",
-                  {"xyz.openbmc_project.Inventory.Item"});
-    }
-
+    const std::string fru = "/xyz/openbmc_project/FruDevice";
+    const std::string fruIface = "xyz.openbmc_project.FruDevice";
     ObjectIndex index;
-};
+    index.add(fru, "fru", {"xyz.openbmc_project.FruDeviceManager"});
+    index.add(fru + "/OAM_0", "fru", {fruIface});
+    index.add(fru + "/UBB", "fru", {fruIface});
+    index.add("/xyz/openbmc_project/FruDeviceExtra/OAM_9", "other", {fruIface});
+    index.add("/xyz/openbmc_project/state/chassis0", "chassis",
+              {"xyz.openbmc_project.State.Chassis"});
+    // One object with two owners, only one of them a FRU.
+    index.add(fru + "/UBB", "inventory",
+              {"xyz.openbmc_project.Inventory.Item"});
 
-TEST_F(ObjectIndexTest, DaemonsQueryFindsOnlyFruObjects)
-{
-    SubTree tree = index.subTree("/", 0, {"xyz.openbmc_project.FruDevice"});
+    // The daemon's query: only the owner that implements the interface is
+    // named, with all of its interfaces.
+    SubTree tree = index.subTree("/", 0, {fruIface});
     EXPECT_THAT(paths(tree),
-                ElementsAre("/xyz/openbmc_project/FruDevice/OAM_0",
-                            "/xyz/openbmc_project/FruDevice/UBB",
+                ElementsAre(fru + "/OAM_0", fru + "/UBB",
                             "/xyz/openbmc_project/FruDeviceExtra/OAM_9"));
-    // Only the owner that implements the interface is named, with all of
-    // its interfaces.
-    ASSERT_EQ(tree.at("/xyz/openbmc_project/FruDevice/UBB").size(), 1U);
-    EXPECT_THAT(tree.at("/xyz/openbmc_project/FruDevice/UBB").at("fru"),
-                UnorderedElementsAre("xyz.openbmc_project.FruDevice",
+    ASSERT_EQ(tree.at(fru + "/UBB").size(), 1U);
+    EXPECT_THAT(tree.at(fru + "/UBB").at("fru"),
+                UnorderedElementsAre(fruIface,
                                      "org.freedesktop.DBus.Introspectable",
                                      "org.freedesktop.DBus.Peer",
                                      "org.freedesktop.DBus.Properties"));
-}
+    // Any of several interfaces matches, and names only its owner.
+    tree = index.subTree("/", 0,
+                         {"xyz.openbmc_project.State.Chassis",
+                          "xyz.openbmc_project.Inventory.Item"});
+    EXPECT_THAT(
+        paths(tree),
+        ElementsAre(fru + "/UBB", "/xyz/openbmc_project/state/chassis0"));
+    EXPECT_TRUE(tree.at(fru + "/UBB").contains("inventory"));
+    EXPECT_FALSE(tree.at(fru + "/UBB").contains("fru"));
+    EXPECT_THAT(index.subTree("/", 0, {"no.such.Interface"}), IsEmpty());
 
-TEST_F(ObjectIndexTest, SubtreeIsBelowThePathToItsDepth)
-{
-    // The root itself isn't part of its subtree, and a sibling whose name
-    // merely starts alike isn't either.
-    EXPECT_THAT(paths(index.subTree("/xyz/openbmc_project/FruDevice", 0, {})),
-                ElementsAre("/xyz/openbmc_project/FruDevice/OAM_0",
-                            "/xyz/openbmc_project/FruDevice/UBB"));
-    EXPECT_THAT(paths(index.subTree("/xyz/openbmc_project/FruDevice/", 0, {})),
-                ElementsAre("/xyz/openbmc_project/FruDevice/OAM_0",
-                            "/xyz/openbmc_project/FruDevice/UBB"));
+    // The root itself isn't part of its subtree, nor is a sibling whose
+    // name merely starts alike.
+    for (const std::string& root : {fru, fru + "/"})
+    {
+        EXPECT_THAT(paths(index.subTree(root, 0, {})),
+                    ElementsAre(fru + "/OAM_0", fru + "/UBB"));
+    }
     EXPECT_THAT(index.subTree("/xyz/openbmc_project/Fru", 0, {}), IsEmpty());
     EXPECT_THAT(index.subTree("/nowhere", 0, {}), IsEmpty());
     // Depth counts the levels below the path; 0 and below is no limit.
     EXPECT_THAT(paths(index.subTree("/xyz/openbmc_project", 1, {})),
-                ElementsAre("/xyz/openbmc_project/FruDevice"));
+                ElementsAre(fru));
     EXPECT_EQ(index.subTree("/xyz/openbmc_project", 2, {}).size(), 5U);
     EXPECT_EQ(index.subTree("/", 3, {}).size(), 1U);
     EXPECT_EQ(index.subTree("/", -1, {}).size(), 5U);
 }
 
-TEST_F(ObjectIndexTest, AnyOfSeveralInterfacesMatches)
-{
-    SubTree tree = index.subTree("/", 0,
-                                 {"xyz.openbmc_project.State.Chassis",
-                                  "xyz.openbmc_project.Inventory.Item"});
-    EXPECT_THAT(paths(tree),
-                ElementsAre("/xyz/openbmc_project/FruDevice/UBB",
-                            "/xyz/openbmc_project/state/chassis0"));
-    EXPECT_TRUE(
-        tree.at("/xyz/openbmc_project/FruDevice/UBB").contains("inventory"));
-    EXPECT_FALSE(tree.at("/xyz/openbmc_project/FruDevice/UBB").contains("fru"));
-    EXPECT_THAT(index.subTree("/", 0, {"no.such.Interface"}), IsEmpty());
-}
-
-constexpr const char* fruService = "xyz.openbmc_project.FruDevice";
-constexpr const char* fruInterface = "xyz.openbmc_project.FruDevice";
 constexpr const char* managerInterface = "xyz.openbmc_project.FruDeviceManager";
+constexpr const char* chassis = "xyz.openbmc_project.State.Chassis";
+constexpr const char* chassisPath = "/xyz/openbmc_project/state/chassis0";
 
 // busctl as the daemon's scripts would run it; its output as JSON.
 json busctl(const std::string& arguments)
@@ -160,13 +127,11 @@ json busctl(const std::string& arguments)
     FILE* pipe = popen(command.c_str(), "r");
     std::string output;
     char buffer[4096];
-    size_t got = 0;
-    while ((got = fread(buffer, 1, sizeof(buffer), pipe)) > 0)
+    for (size_t got; (got = fread(buffer, 1, sizeof(buffer), pipe)) > 0;)
     {
         output.append(buffer, got);
     }
-    int status = pclose(pipe);
-    EXPECT_EQ(status, 0) << command << "\n" << output;
+    EXPECT_EQ(pclose(pipe), 0) << command << "\n" << output;
     return output.empty() ? json() : json::parse(output);
 }
 
@@ -212,15 +177,20 @@ class NeighboursTest : public ::testing::Test
     std::unique_ptr<sdbus::IConnection> client;
 };
 
-TEST_F(NeighboursTest, FruPropertiesReadBackAsTheDaemonReadsThem)
+TEST_F(NeighboursTest, AnswerTheDaemonsCallsAndLogThem)
 {
-    startWith({{"oams",
+    std::string digest(64, '0');
+    digest.replace(0, 4, "abcd");
+    startWith({{"fruValid", false},
+               {"oams",
                 {{"product", "KV30"},
-                 {"slots", {{"7", {{"fru", {{"version", "B07"}}}}}}}}}});
+                 {"slots",
+                  {{"7", {{"fru", {{"version", "B07"}}}}},
+                   {"3", {{"rmDigest", digest}}}}}}}});
     json oam = busctl("call xyz.openbmc_project.FruDevice "
                       "/xyz/openbmc_project/FruDevice/OAM_7 "
-                      "org.freedesktop.DBus.Properties GetAll s " +
-                      std::string(fruInterface));
+                      "org.freedesktop.DBus.Properties GetAll s "
+                      "xyz.openbmc_project.FruDevice");
     const json& properties = oam["data"][0];
     // Numbers as unsigned, the rest as strings, overrides as given.
     EXPECT_EQ(properties["BUS"], json({{"type", "u"}, {"data", 0}}));
@@ -229,42 +199,30 @@ TEST_F(NeighboursTest, FruPropertiesReadBackAsTheDaemonReadsThem)
     EXPECT_EQ(properties["PRODUCT_VERSION"]["data"], "B07");
     EXPECT_THAT(properties["PRODUCT_PRODUCT_NAME"]["data"].get<std::string>(),
                 HasSubstr(" KV30 "));
-}
 
-TEST_F(NeighboursTest, FruManagerRescansAndReportsValidity)
-{
-    startWith({{"fruValid", false}});
     // The product scan runs exactly this command line.
     EXPECT_EQ(std::system("busctl call xyz.openbmc_project.FruDevice "
                           "/xyz/openbmc_project/FruDevice "
                           "xyz.openbmc_project.FruDeviceManager ReScan"),
               0);
-    auto manager = proxy(fruService, "/xyz/openbmc_project/FruDevice");
+    auto manager = proxy("xyz.openbmc_project.FruDevice",
+                         "/xyz/openbmc_project/FruDevice");
     manager->callMethod("ReScanBus")
         .onInterface(managerInterface)
         .withArguments(uint8_t{14});
     EXPECT_FALSE(manager->getProperty("FruValid")
                      .onInterface(managerInterface)
                      .get<bool>());
-    EXPECT_THAT(callTexts(),
-                ElementsAre("xyz.openbmc_project.FruDevice ReScan()",
-                            "xyz.openbmc_project.FruDevice ReScanBus(14)"));
-
     json managed = busctl("call xyz.openbmc_project.FruDevice / "
                           "org.freedesktop.DBus.ObjectManager "
                           "GetManagedObjects");
     EXPECT_TRUE(
         managed["data"][0].contains("/xyz/openbmc_project/FruDevice/OAM_3"));
-}
 
-TEST_F(NeighboursTest, PropertyWritesAreKeptAndLogged)
-{
-    startWith(json::object());
     const std::string on = "xyz.openbmc_project.State.Chassis.PowerState.On";
-    proxy("xyz.openbmc_project.State.Chassis",
-          "/xyz/openbmc_project/state/chassis0")
+    proxy(chassis, chassisPath)
         ->setProperty("CurrentPowerState")
-        .onInterface("xyz.openbmc_project.State.Chassis")
+        .onInterface(chassis)
         .toValue(on);
     EXPECT_EQ(neighbours->chassisPowerState(), on);
 
@@ -275,26 +233,23 @@ TEST_F(NeighboursTest, PropertyWritesAreKeptAndLogged)
 
     EXPECT_THAT(
         callTexts(),
-        ElementsAre("xyz.openbmc_project.State.Chassis CurrentPowerState = \"" +
+        ElementsAre("xyz.openbmc_project.FruDevice ReScan()",
+                    "xyz.openbmc_project.FruDevice ReScanBus(14)",
+                    "xyz.openbmc_project.State.Chassis CurrentPowerState = \"" +
                         on + "\"",
                     "xyz.openbmc_project.Software.BMC.Updater "
                     "SMCUpdateOnGoing = true"));
-    EXPECT_TRUE(neighbours->calls()[0].propertyWrite);
-}
+    EXPECT_FALSE(neighbours->calls()[1].propertyWrite);
+    EXPECT_TRUE(neighbours->calls()[2].propertyWrite);
 
-TEST_F(NeighboursTest, RmAnswersPerOam)
-{
-    std::string digest(64, '0');
-    digest.replace(0, 4, "abcd");
-    startWith({{"oams", {{"slots", {{"3", {{"rmDigest", digest}}}}}}}});
     auto rm = proxy("xyz.openbmc_project.rm", "/xyz/openbmc_project/rm/Ctrl");
-    const char* rmInterface = "xyz.openbmc_project.rmIntf";
     bool status = false;
+    const char* rmIntf = "xyz.openbmc_project.rmIntf";
     // Replies are read into a fresh vector each: reading appends.
     auto hashOf = [&](uint32_t oam) {
         std::vector<uint8_t> hash;
         rm->callMethod("GetSHA256HASH")
-            .onInterface(rmInterface)
+            .onInterface(rmIntf)
             .withArguments(oam)
             .storeResultsTo(status, hash);
         return hash;
@@ -310,13 +265,13 @@ TEST_F(NeighboursTest, RmAnswersPerOam)
     EXPECT_FALSE(status);
 
     rm->callMethod("UpdateAllFuncAreaAddr")
-        .onInterface(rmInterface)
+        .onInterface(rmIntf)
         .storeResultsTo(status);
     EXPECT_TRUE(status);
     for (const char* member : {"EnableIBCEfuse", "DisableIBCEfuse"})
     {
         rm->callMethod(member)
-            .onInterface(rmInterface)
+            .onInterface(rmIntf)
             .withArguments(uint32_t{5})
             .storeResultsTo(status);
         EXPECT_TRUE(status) << member;
@@ -326,9 +281,6 @@ TEST_F(NeighboursTest, RmAnswersPerOam)
                 Contains("xyz.openbmc_project.rm DisableIBCEfuse(5)"));
 }
 
-// ---- life cycle
-// ---------------------------------------------------------------
-
 const std::vector<std::string> allNames = {
     "xyz.openbmc_project.FruDevice",
     "xyz.openbmc_project.ObjectMapper",
@@ -337,9 +289,17 @@ const std::vector<std::string> allNames = {
     "xyz.openbmc_project.rm",
 };
 
-TEST_F(NeighboursTest, StopLetsNamesGoPromptly)
+TEST_F(NeighboursTest, TakenNameFailsStartAndStopLetsNamesGoPromptly)
 {
     startWith(json::object());
+    Neighbours second(parseScenario(json::object()));
+    EXPECT_THROW(second.start(), sdbus::Error);
+    // The owner keeps serving.
+    EXPECT_EQ(neighbours->chassisPowerState(),
+              proxy(chassis, chassisPath)
+                  ->getProperty("CurrentPowerState")
+                  .onInterface(chassis)
+                  .get<std::string>());
     for (const std::string& name : allNames)
     {
         EXPECT_TRUE(hasOwner(name)) << name;
@@ -352,25 +312,9 @@ TEST_F(NeighboursTest, StopLetsNamesGoPromptly)
         EXPECT_FALSE(hasOwner(name)) << name;
     }
     neighbours->stop(); // a second stop is harmless
-
-    // And they can serve again.
     neighbours->start();
     EXPECT_TRUE(hasOwner("xyz.openbmc_project.rm"));
     EXPECT_TRUE(neighbours->errors().empty());
-}
-
-TEST_F(NeighboursTest, TakenNameFailsStartAndLeavesTheOwnerServing)
-{
-    startWith(json::object());
-    Neighbours second(parseScenario(json::object()));
-    EXPECT_THROW(second.start(), sdbus::Error);
-    EXPECT_TRUE(hasOwner("xyz.openbmc_project.rm"));
-    EXPECT_EQ(neighbours->chassisPowerState(),
-              proxy("xyz.openbmc_project.State.Chassis",
-                    "/xyz/openbmc_project/state/chassis0")
-                  ->getProperty("CurrentPowerState")
-                  .onInterface("xyz.openbmc_project.State.Chassis")
-                  .get<std::string>());
 }
 
 TEST_F(NeighboursTest, DeadBusEndsLoopsWithoutHanging)
