@@ -40,7 +40,7 @@ int takePage(const ComponentInfoFormat& format, const PageReader& page,
 {
     if (received < pageEntriesOffset)
     {
-        std::printf("Short Get Component Info response\n");
+        std::printf("Short Get Component Info response");
         return -EPROTO;
     }
     if (page.version() != format.version)
@@ -59,7 +59,7 @@ int takePage(const ComponentInfoFormat& format, const PageReader& page,
     size_t pageCount = bytes / format.entrySize;
     if (count + pageCount > componentInfoMaxEntries)
     {
-        std::printf("Get Component Info too many responses\n");
+        std::printf("Get Component Info too many responses");
         return -EPROTO;
     }
     // Shorter formats land in zeroed 334-byte slots.

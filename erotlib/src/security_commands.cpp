@@ -102,7 +102,7 @@ int ErotGetSecuritySettings(uint32_t* pSettings, bool* pNVTokenPresent,
     if ((pNVTokenPresent == nullptr) != (pNVTokenSettings == nullptr))
     {
         std::fprintf(stderr, "Must set both or neither pNVTokenPresent and "
-                             "pNVTokenSettings\n");
+                             "pNVTokenSettings");
     }
     else if (pNVTokenPresent != nullptr)
     {
@@ -117,7 +117,7 @@ int ErotSetManageabilityFeature(uint8_t feature, uint8_t value,
 {
     if (feature > maxFeature)
     {
-        std::printf("Feature must be <= 31\n");
+        std::printf("Feature must be <= 31");
         return -EINVAL;
     }
     Exchange<10, minResponseSize> exchange;
@@ -154,7 +154,7 @@ int ErotTokenRead(uint8_t** pToken, size_t* pTokenLength, uint8_t* pErrorCode)
 {
     if (pToken == nullptr || pTokenLength == nullptr)
     {
-        std::printf("NULL pointer\n");
+        std::printf("NULL pointer");
         return -EINVAL;
     }
     *pToken = nullptr;

@@ -79,7 +79,7 @@ int takePage(TraceLogRead& read, const PageReader& page, size_t received,
 {
     if (received < pageEntriesOffset)
     {
-        std::printf("Short Trace Log response\n");
+        std::printf("Short Trace Log response");
         return -EPROTO;
     }
     int r = checkVersion(read, page.version());
@@ -97,7 +97,7 @@ int takePage(TraceLogRead& read, const PageReader& page, size_t received,
     pageCount = bytes / read.entrySize;
     if (read.count + pageCount > traceLogMaxEntries)
     {
-        std::printf("Trace Log too many responses\n");
+        std::printf("Trace Log too many responses");
         return -EPROTO;
     }
     for (size_t i = 0; i < pageCount; ++i)

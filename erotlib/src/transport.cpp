@@ -122,12 +122,12 @@ Outcome attemptOnce(sd_bus* bus, const uint8_t* request, size_t requestLength,
     }
     if (size == 0)
     {
-        std::printf("Response length is 0\n");
+        std::printf("Response length is 0");
         return {-EIO, false};
     }
     if (data == nullptr)
     {
-        std::printf("Response data is NULL\n");
+        std::printf("Response data is NULL");
         return {-EIO, false};
     }
     if (size > responseCapacity)

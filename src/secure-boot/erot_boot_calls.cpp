@@ -124,13 +124,13 @@ int ErotGetComponentInfo(BootContext& context, uint32_t* pCount,
         {
             break;
         }
+        // The fifth protocol error logs and pauses like the four before it;
+        // only then does the boot halt.
         ConsoleLog(WARNING)
             << "ErotGetComponentInfo failed with -EPROTO. ErrorCode: "
             << unsigned{status} << "Retry: " << retry;
-        if (++retry < componentInfoReads)
-        {
-            platform::sleepSeconds(1);
-        }
+        ++retry;
+        platform::sleepSeconds(1);
     }
     return settle(context, "ErotGetComponentInfo", result, status,
                   {CodeWord::returnCode, CodeWord::errorCode});

@@ -198,10 +198,10 @@ TEST_F(Commands, BadArgumentsSendNothing)
     });
     EXPECT_TRUE(device.sent.empty());
     EXPECT_EQ(status, 0xA5);
-    EXPECT_EQ(text.out, "Feature must be <= 31\n"
+    EXPECT_EQ(text.out, "Feature must be <= 31"
                         "Incorrect token length 633, expected 634\n"
                         "Short Device ID buffer length 48, expected 49\n"
-                        "NULL pointer\n");
+                        "NULL pointer");
     EXPECT_EQ(text.err, "ErotSMCPersistGet requires length == 16\n"
                         "ErotSMCPersistSet requires length == 16\n"
                         "ErotKeyRevokeBitsGet requires length == 12\n");
@@ -305,7 +305,7 @@ TEST_F(Commands, SecuritySettingsFillOnlyConsistentOutputs)
     });
     EXPECT_FALSE(present);
     EXPECT_EQ(text.err, "Must set both or neither pNVTokenPresent and "
-                        "pNVTokenSettings\n"
+                        "pNVTokenSettings"
                         "Unknown Get Security Settings format version 0x02\n");
 }
 

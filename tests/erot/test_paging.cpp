@@ -105,10 +105,10 @@ TEST_F(Paging, ComponentInfoMalformedPagesAndTheRequestLimit)
         }
         EXPECT_EQ(componentInfo(4), 0);
     });
-    EXPECT_EQ(text.out, "Short Get Component Info response\n"
+    EXPECT_EQ(text.out, "Short Get Component Info response"
                         "Unknown Get Component Info version 4:3\n"
                         "Bad Get Component Info length 337\n"
-                        "Get Component Info too many responses\n");
+                        "Get Component Info too many responses");
     EXPECT_EQ(status, 0x31);
     EXPECT_EQ(count, 99U);
     EXPECT_EQ(info, nullptr);
@@ -169,9 +169,9 @@ TEST_F(Paging, TraceLogMalformedPagesAndTheRecordLimit)
     });
     EXPECT_EQ(text.out, "Unknown Trace Log version 1, expected -1\n"
                         "Unknown Trace Log version 2, expected 1\n"
-                        "Short Trace Log response\n"
+                        "Short Trace Log response"
                         "Bad Trace Log length 35\n"
-                        "Trace Log too many responses\n");
+                        "Trace Log too many responses");
     EXPECT_EQ(log, nullptr);
     EXPECT_EQ(count, 99U);
 

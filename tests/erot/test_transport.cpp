@@ -125,7 +125,7 @@ TEST_F(Transport, EmptyRepliesAreRetriedAndALaterAttemptCanSucceed)
     EXPECT_EQ(peer.calls("MctpSendRecv"), 3);
     EXPECT_EQ(length, 1U);
     EXPECT_EQ(responseFrame[0], 0xAB);
-    EXPECT_EQ(occurrences(text.out, "Response length is 0\n"), 1U);
+    EXPECT_EQ(occurrences(text.out, "Response length is 0"), 1U);
     EXPECT_EQ(occurrences(text.out, "Retry eRot API"), 2U);
 }
 

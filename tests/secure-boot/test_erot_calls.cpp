@@ -147,10 +147,14 @@ TEST_F(ErotCallTest, ComponentInfoRetriesProtocolErrorsFiveReadsAtMost)
     {
         device.reply(truncated);
     }
-    console([&] {
+    out = console([&] {
         EXPECT_THROW(ErotGetComponentInfo(context, &count, &entries), Halted);
     });
     EXPECT_EQ(device.sent.size(), 10U);
+    // The fifth error is logged and paused on like the four before it.
+    EXPECT_THAT(out, HasSubstr("ErrorCode: 0Retry: 4"));
+    EXPECT_EQ(clock.sleeps(), std::vector<std::chrono::nanoseconds>(
+                                  4 + 5, std::chrono::seconds(1)));
     EXPECT_THAT(events(), Contains(HasSubstr(
                               "Fail to run ErotGetComponentInfo. Return Code: "
                               "-71")));
