@@ -7,6 +7,9 @@
 #include "erot/image_signer.hpp"
 #include "erot/image_verifier.hpp"
 #include "erot/sha384.hpp"
+#include "erot/signature_block.hpp"
+
+#include <functional>
 
 #include <gtest/gtest.h>
 
@@ -84,21 +87,80 @@ TEST_F(Verification, SpoiltImagesAreRefusedWithTheirReason)
     EXPECT_EQ(failed[0].severity, 4);
 }
 
-// A header changed after signing, or naming another component than the
-// one asked for, doesn't pass. The bundle's header covers no image: the SMC
-// sends no hash for it, while any other image needs its own.
-TEST_F(Verification, HeaderAndHashMustBeTheSignedOnes)
+// Every forgery that a check of fewer bytes would let through is refused
+// for its own reason; the reason travels in the trace log.
+TEST_F(Verification, EachForgeryIsRefusedForItsOwnReason)
 {
     boot();
-    SignedImage image = ubbFpga(1);
-    EXPECT_EQ(verify(image), 0);
-    SignedImage raised = image;
-    raised.ahdr[16] = 9; // SVN
-    EXPECT_EQ(verify(raised), refused);
-    Digest hash = sha384(image.payload);
-    EXPECT_EQ(verifyAs(0x0500, hash, image.ahdr.data()), refused);
+    constexpr size_t block = signatureBlockOffset;
+    struct Forgery
+    {
+        const char* what;
+        std::function<void(SignedImage&)> spoil;
+        Verdict reason;
+    };
+    const std::vector<Forgery> forgeries = {
+        {"image changed, digest rewritten to match",
+         [](SignedImage& image) {
+             image.payload[7] ^= 1;
+             Digest digest = sha384(image.payload);
+             std::copy(digest.begin(), digest.end(),
+                       image.ahdr.begin() + block + 4);
+         },
+         Verdict::badSignature},
+        {"r corrupted", [](SignedImage& i) { i.ahdr[block + 60] ^= 1; },
+         Verdict::badSignature},
+        {"s corrupted", [](SignedImage& i) { i.ahdr[block + 120] ^= 1; },
+         Verdict::badSignature},
+        {"SVN raised", [](SignedImage& i) { i.ahdr[16] = 9; },
+         Verdict::badSignature},
+        {"details edited", [](SignedImage& i) { i.ahdr[40] ^= 1; },
+         Verdict::badSignature},
+        {"full size edited", [](SignedImage& i) { i.ahdr[29] ^= 1; },
+         Verdict::badSignature},
+        {"verifiable size edited", [](SignedImage& i) { i.ahdr[33] ^= 1; },
+         Verdict::badSignature},
+        {"format changed", [](SignedImage& i) { i.ahdr[block] = 2; },
+         Verdict::badFormat},
+        {"reserved byte before the digest",
+         [](SignedImage& i) { i.ahdr[block + 2] = 1; }, Verdict::reservedSet},
+        {"reserved byte after the signature",
+         [](SignedImage& i) { i.ahdr[ahdrSize - 1] = 1; },
+         Verdict::reservedSet},
+        {"header names another key, signed anyway",
+         [](SignedImage& i) {
+             AhdrFields fields = *parseAhdr(i.ahdr);
+             fields.keyId = 3;
+             i.ahdr = buildAhdr(fields);
+             signAhdr(i.ahdr, i.digest, keys().trusted, trustedKeyIndex);
+         },
+         Verdict::keyMismatch},
+    };
+    SignedImage signedOne = ubbFpga(1);
+    ASSERT_EQ(verify(signedOne), 0);
+    for (const Forgery& forgery : forgeries)
+    {
+        SignedImage image = signedOne;
+        forgery.spoil(image);
+        size_t before = traces("IVFL").size();
+        EXPECT_EQ(verify(image), refused) << forgery.what;
+        auto failed = traces("IVFL");
+        ASSERT_EQ(failed.size(), before + 1) << forgery.what;
+        EXPECT_EQ(verdictName(static_cast<Verdict>(failed.back().data2)),
+                  verdictName(forgery.reason))
+            << forgery.what;
+    }
+    // Another component than the header's; the bundle's header covers no
+    // image, so it passes with no hash while any other image needs its own.
+    EXPECT_EQ(
+        verifyAs(0x0500, sha384(signedOne.payload), signedOne.ahdr.data()),
+        refused);
+    EXPECT_EQ(traces("IVFL").back().data2,
+              static_cast<uint32_t>(Verdict::wrongComponent));
     EXPECT_EQ(verify(0, "fwbundle"), 0);
     EXPECT_EQ(verifyAs(0x0500, Digest{}, file(0, "ifwi.ahdr").data()), refused);
+    EXPECT_EQ(traces("IVFL").back().data2,
+              static_cast<uint32_t>(Verdict::digestMismatch));
 }
 
 // An explicit commit raises the minimum to the running SVN; boot success
