@@ -8,6 +8,8 @@
 #include "fakes/console_capture.hpp"
 #include "neighbours/neighbours.hpp"
 
+#include <sdbus-c++/sdbus-c++.h>
+
 #include <nlohmann/json.hpp>
 
 #include <gmock/gmock.h>
@@ -30,10 +32,13 @@ class MctpBus : public ErotTest
         ::erot::ErotSetTransport(nullptr); // the bus transport
         neighbours = std::make_unique<Neighbours>(
             Scenario{},
-            [this](const std::vector<uint8_t>& request)
+            [this](uint8_t address, uint8_t eid, uint16_t timeoutMs,
+                   const std::vector<uint8_t>& request)
                 -> std::optional<std::vector<uint8_t>> {
-                Delivery delivery = endpoint->exchange(request);
-                if (delivery.kind == Delivery::Kind::linkDown)
+                Delivery delivery =
+                    endpoint->exchange({address, eid, timeoutMs}, request);
+                if (delivery.kind == Delivery::Kind::linkDown ||
+                    delivery.kind == Delivery::Kind::rejected)
                 {
                     return std::nullopt;
                 }
@@ -70,6 +75,76 @@ TEST_F(MctpBus, DeadLinkEndsInAnIoErrorAndAnErotctlLinkFailure)
     erotctl::Outcome outcome = quietly({"health"});
     EXPECT_EQ(outcome.exitCode, 3);
     EXPECT_FALSE(outcome.err.empty());
+}
+
+// A call to another address or endpoint, with another time-out than the
+// commands', or with a frame that isn't the vendor's, gets no answer: the
+// call fails and the device never sees the request.
+TEST_F(MctpBus, WronglyAddressedOrFramedCallsGetNoAnswer)
+{
+    serve({});
+    const std::vector<uint8_t> frame = {0x7F, 0, 0, 0x5B, 0x2C, 0, 0, 0x32};
+    auto changed = [&](size_t at, uint8_t value) {
+        std::vector<uint8_t> copy = frame;
+        copy[at] = value;
+        return copy;
+    };
+    struct Call
+    {
+        uint8_t address;
+        uint8_t eid;
+        uint16_t timeoutMs;
+        std::vector<uint8_t> frame;
+        std::string rejected; // empty: answered
+    };
+    const std::vector<Call> calls = {
+        {100, 0x94, 6000, frame, ""},
+        {99, 0x94, 6000, frame, "address 99"},
+        {100, 0x95, 6000, frame, "eid 0x95"},
+        {100, 0x94, 25000, frame, "timeout 25000"},
+        {100, 0x94, 6000, changed(0, 0x7E), "frame byte 0 0x7e"},
+        {100, 0x94, 6000, changed(3, 0x2C), "frame byte 3 0x2c"},
+        {100, 0x94, 6000, changed(4, 0x5B), "frame byte 4 0x5b"},
+        {100, 0x94, 6000, changed(6, 1), "frame byte 6 0x01"},
+        {100, 0x94, 6000, {frame.begin(), frame.end() - 1}, "frame of 7 bytes"},
+    };
+    auto connection = sdbus::createSystemBusConnection();
+    auto proxy =
+        sdbus::createProxy(*connection, "xyz.openbmc_project.MCTP.SMBus15",
+                           "/xyz/openbmc_project/mctp");
+    for (const Call& call : calls)
+    {
+        std::vector<uint8_t> reply;
+        bool answered = true;
+        try
+        {
+            proxy->callMethod("MctpSendRecv")
+                .onInterface("xyz.openbmc_project.MCTP.Endpoint")
+                .withArguments(call.address, call.eid, call.timeoutMs,
+                               call.frame)
+                .storeResultsTo(reply);
+        }
+        catch (const sdbus::Error&)
+        {
+            answered = false;
+        }
+        ExchangeRecord last = endpoint->exchanges().back();
+        EXPECT_EQ(answered, call.rejected.empty()) << call.rejected;
+        EXPECT_EQ(last.fault, call.rejected);
+        EXPECT_EQ(last.delivery == Delivery::Kind::rejected, !answered);
+    }
+    // The client's own transport, handed a frame of another vendor, ends
+    // as a link that never answers.
+    std::vector<uint8_t> foreign = changed(4, 0x2D);
+    std::vector<uint8_t> response(64);
+    size_t received = 0;
+    console([&] {
+        EXPECT_EQ(::erot::ErotTransportSendRecv(
+                      foreign.data(), foreign.size(), response.data(),
+                      response.size(), ::erot::commandTimeoutMs, &received),
+                  -EIO);
+    });
+    EXPECT_EQ(endpoint->exchanges().back().fault, "frame byte 4 0x2d");
 }
 
 // Every read is answered and decoded, as text and as JSON.
