@@ -47,29 +47,6 @@ uint32_t take(size_t bytes)
     return value;
 }
 
-// Head bytes of a long reply, then its fill up to the length.
-int deliverLong(uint8_t* response, size_t responseCapacity,
-                size_t* pReceivedLength)
-{
-    uint32_t length = take(4);
-    auto fill = static_cast<uint8_t>(take(1));
-    size_t head = take(2);
-    head = head < replies.size ? head : replies.size;
-    const uint8_t* bytes = replies.data;
-    replies.data += head;
-    replies.size -= head;
-    // As the bus transport: too large a reply is refused, never cut.
-    if (length > responseCapacity)
-    {
-        return -EIO;
-    }
-    size_t copied = head < length ? head : length;
-    std::memcpy(response, bytes, copied);
-    std::memset(response + copied, fill, length - copied);
-    *pReceivedLength = length;
-    return 0;
-}
-
 int fuzzTransport(const uint8_t* request, size_t requestLength,
                   uint8_t* response, size_t responseCapacity,
                   uint32_t timeoutMs, size_t* pReceivedLength)
@@ -90,21 +67,24 @@ int fuzzTransport(const uint8_t* request, size_t requestLength,
     {
         return -EIO;
     }
-    if (length == longReply)
-    {
-        return deliverLong(response, responseCapacity, pReceivedLength);
-    }
-    size_t taken = length < replies.size ? length : replies.size;
+    bool isLong = length == longReply;
+    size_t total = isLong ? take(4) : 0;
+    auto fill = static_cast<uint8_t>(isLong ? take(1) : 0);
+    size_t taken = isLong ? take(2) : length;
+    taken = taken < replies.size ? taken : replies.size;
     const uint8_t* bytes = replies.data;
     replies.data += taken;
     replies.size -= taken;
+    total = isLong ? total : taken;
     // As the bus transport: too large a reply is refused, never cut.
-    if (taken > responseCapacity)
+    if (total > responseCapacity)
     {
         return -EIO;
     }
+    taken = taken < total ? taken : total;
     std::memcpy(response, bytes, taken);
-    *pReceivedLength = taken;
+    std::memset(response + taken, fill, total - taken);
+    *pReceivedLength = total;
     return 0;
 }
 

@@ -1,5 +1,5 @@
-// The MCTP endpoint of the virtual board on a private bus, reached by the
-// client library's own transport and by erotctl.
+// The MCTP endpoint of the virtual board on a private bus, reached by erotctl
+// through the client library and by calls that are wrongly addressed.
 
 #include "erot_harness.hpp"
 #include "erotctl_commands.hpp"
@@ -21,7 +21,6 @@ namespace
 {
 
 using orvane::test::console;
-using ::testing::HasSubstr;
 
 class MctpBus : public ErotTest
 {
@@ -64,49 +63,29 @@ class MctpBus : public ErotTest
     std::unique_ptr<Neighbours> neighbours;
 };
 
-TEST_F(MctpBus, DeadLinkEndsInAnIoErrorAndAnErotctlLinkFailure)
-{
-    serve({fault("deadLink")});
-    std::string printed =
-        console([&] { EXPECT_EQ(::erot::ErotARBCommit(&status), -EIO); });
-    EXPECT_EQ(status, 0xFF);
-    EXPECT_EQ(neighbours->callCount("MctpSendRecv"), 5U);
-    EXPECT_THAT(printed, HasSubstr("sd_bus_call error: -5"));
-    erotctl::Outcome outcome = quietly({"health"});
-    EXPECT_EQ(outcome.exitCode, 3);
-    EXPECT_FALSE(outcome.err.empty());
-}
-
 // A call to another address or endpoint, with another time-out than the
 // commands', or with a frame that isn't the vendor's, gets no answer: the
 // call fails and the device never sees the request.
 TEST_F(MctpBus, WronglyAddressedOrFramedCallsGetNoAnswer)
 {
     serve({});
-    const std::vector<uint8_t> frame = {0x7F, 0, 0, 0x5B, 0x2C, 0, 0, 0x32};
-    auto changed = [&](size_t at, uint8_t value) {
-        std::vector<uint8_t> copy = frame;
-        copy[at] = value;
-        return copy;
-    };
     struct Call
     {
-        uint8_t address;
-        uint8_t eid;
+        uint8_t address, eid;
         uint16_t timeoutMs;
-        std::vector<uint8_t> frame;
-        std::string rejected; // empty: answered
+        size_t at; // the frame byte set to `value`; 8 cuts the frame short
+        uint8_t value;
+        std::string rejected;
     };
     const std::vector<Call> calls = {
-        {100, 0x94, 6000, frame, ""},
-        {99, 0x94, 6000, frame, "address 99"},
-        {100, 0x95, 6000, frame, "eid 0x95"},
-        {100, 0x94, 25000, frame, "timeout 25000"},
-        {100, 0x94, 6000, changed(0, 0x7E), "frame byte 0 0x7e"},
-        {100, 0x94, 6000, changed(3, 0x2C), "frame byte 3 0x2c"},
-        {100, 0x94, 6000, changed(4, 0x5B), "frame byte 4 0x5b"},
-        {100, 0x94, 6000, changed(6, 1), "frame byte 6 0x01"},
-        {100, 0x94, 6000, {frame.begin(), frame.end() - 1}, "frame of 7 bytes"},
+        {100, 0x94, 6000, 7, 0x32, ""},
+        {99, 0x94, 6000, 7, 0x32, "address 99"},
+        {100, 0x95, 6000, 7, 0x32, "eid 0x95"},
+        {100, 0x94, 25000, 7, 0x32, "timeout 25000"},
+        {100, 0x94, 6000, 0, 0x7E, "frame byte 0 0x7e"},
+        {100, 0x94, 6000, 3, 0x2C, "frame byte 3 0x2c"},
+        {100, 0x94, 6000, 6, 0x01, "frame byte 6 0x01"},
+        {100, 0x94, 6000, 8, 0, "frame of 7 bytes"},
     };
     auto connection = sdbus::createSystemBusConnection();
     auto proxy =
@@ -114,37 +93,23 @@ TEST_F(MctpBus, WronglyAddressedOrFramedCallsGetNoAnswer)
                            "/xyz/openbmc_project/mctp");
     for (const Call& call : calls)
     {
-        std::vector<uint8_t> reply;
+        std::vector<uint8_t> frame = {0x7F, 0, 0, 0x5B, 0x2C, 0, 0, 0x32};
+        call.at < 8 ? void(frame[call.at] = call.value) : frame.pop_back();
         bool answered = true;
         try
         {
             proxy->callMethod("MctpSendRecv")
                 .onInterface("xyz.openbmc_project.MCTP.Endpoint")
-                .withArguments(call.address, call.eid, call.timeoutMs,
-                               call.frame)
-                .storeResultsTo(reply);
+                .withArguments(call.address, call.eid, call.timeoutMs, frame)
+                .storeResultsTo(frame);
         }
         catch (const sdbus::Error&)
         {
             answered = false;
         }
-        ExchangeRecord last = endpoint->exchanges().back();
         EXPECT_EQ(answered, call.rejected.empty()) << call.rejected;
-        EXPECT_EQ(last.fault, call.rejected);
-        EXPECT_EQ(last.delivery == Delivery::Kind::rejected, !answered);
+        EXPECT_EQ(endpoint->exchanges().back().fault, call.rejected);
     }
-    // The client's own transport, handed a frame of another vendor, ends
-    // as a link that never answers.
-    std::vector<uint8_t> foreign = changed(4, 0x2D);
-    std::vector<uint8_t> response(64);
-    size_t received = 0;
-    console([&] {
-        EXPECT_EQ(::erot::ErotTransportSendRecv(
-                      foreign.data(), foreign.size(), response.data(),
-                      response.size(), ::erot::commandTimeoutMs, &received),
-                  -EIO);
-    });
-    EXPECT_EQ(endpoint->exchanges().back().fault, "frame byte 4 0x2d");
 }
 
 // Every read is answered and decoded, as text and as JSON.

@@ -442,7 +442,7 @@ TEST(ErotState, NextRunStampsLaterAndAFailedSaveFailsTheRun)
         return runSim(scenario,
                       {"--speed", "20", "--erot-state", state.string()});
     };
-    fs::path state = scratch.path / "erot-state.json";
+    fs::path state = scratch.path / "saved-erot.json";
     SimRun first = runWith(state);
     SimRun second = runWith(state);
     ASSERT_EQ(second.status, 0) << second.console;
