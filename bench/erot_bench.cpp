@@ -32,10 +32,13 @@ using ubbsim::erot::ErotEndpoint;
 
 ErotEndpoint* device = nullptr;
 
+// In place of the bus: the address and endpoint that the bus call names.
 int inProcess(const uint8_t* request, size_t requestLength, uint8_t* response,
-              size_t capacity, uint32_t, size_t* pReceivedLength)
+              size_t capacity, uint32_t timeoutMs, size_t* pReceivedLength)
 {
-    Delivery delivery = device->exchange({request, requestLength});
+    Delivery delivery =
+        device->exchange({100, 0x94, static_cast<uint16_t>(timeoutMs)},
+                         {request, requestLength});
     if (delivery.kind != Delivery::Kind::reply ||
         delivery.frame.size() > capacity)
     {
@@ -139,11 +142,13 @@ int run(int calls, int reads)
     ErotEndpoint endpoint(hundredEntries(), {},
                           [origin] { return Steady::now() - origin; });
     device = &endpoint;
-    ubbsim::Neighbours neighbours(ubbsim::Scenario{},
-                                  [](const std::vector<uint8_t>& request)
-                                      -> std::optional<std::vector<uint8_t>> {
-                                      return device->exchange(request).frame;
-                                  });
+    ubbsim::Neighbours neighbours(
+        ubbsim::Scenario{},
+        [](uint8_t address, uint8_t eid, uint16_t timeoutMs,
+           const std::vector<uint8_t>& request)
+            -> std::optional<std::vector<uint8_t>> {
+            return device->exchange({address, eid, timeoutMs}, request).frame;
+        });
     neighbours.start();
 
     size_t before = endpoint.exchanges().size();

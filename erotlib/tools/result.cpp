@@ -3,6 +3,7 @@
 
 #include "text_format.hpp"
 
+#include <cerrno>
 #include <cstring>
 
 namespace erotctl
@@ -37,9 +38,14 @@ Result failure(const std::string& command, int returned, uint8_t status)
         json["status"] = nullptr;
         json["return"] = returned;
         json["error"] = error;
-        return {exitLinkFailure,
-                command + ": link failure: " + error + " (" +
-                    std::to_string(returned) + ")\n",
+        // The device answered, but not in a form the library accepts: the
+        // link works, the reply (or what was asked of it) is at fault.
+        bool malformed = returned == -EPROTO || returned == -EPROTONOSUPPORT ||
+                         returned == -EINVAL;
+        return {malformed ? exitMalformedReply : exitLinkFailure,
+                command +
+                    (malformed ? ": malformed reply: " : ": link failure: ") +
+                    error + " (" + std::to_string(returned) + ")\n",
                 std::move(json)};
     }
     std::string error = "status " + hexNumber(status, 2);

@@ -11,6 +11,7 @@ inline constexpr int exitSuccess = 0;
 inline constexpr int exitRefused = 1;
 inline constexpr int exitUsage = 2;
 inline constexpr int exitLinkFailure = 3;
+inline constexpr int exitMalformedReply = 4;
 
 // What one subcommand produced: its exit code, the readable report and the
 // same report as one JSON object (null for usage errors, which are text
@@ -29,8 +30,9 @@ Result succeeded(
     const std::string& command, std::string text,
     nlohmann::ordered_json fields = nlohmann::ordered_json::object());
 
-// A negative return is a failure of the link, a non-zero status a refusal
-// of the device.
+// A negative return is a failure of the link, or a reply that the library
+// could not take (-71, -93, -22); a non-zero status a refusal of the
+// device.
 bool failed(int returned, uint8_t status);
 Result failure(const std::string& command, int returned, uint8_t status);
 

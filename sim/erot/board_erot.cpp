@@ -139,6 +139,8 @@ ComponentState prepareComponent(const ErotScenario& scenario,
         }
         state.sides[side] =
             prepareSide(component, sideFields, mark, keys, directory);
+        state.sides[side].keyRevocation = setting.keyRevocation;
+        state.sides[side].svnRevocation = setting.svnRevocation;
     }
     return state;
 }

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "erot/ec_key.hpp"
+#include "erot/erot_scenario.hpp"
 #include "erot/erot_state.hpp"
-#include "scenario/erot_scenario.hpp"
 
 #include <array>
 #include <filesystem>

@@ -1,15 +1,36 @@
+#include "erot/byte_order.hpp"
 #include "erot/erot_device.hpp"
 #include "erot/opcodes.hpp"
 
 #include <algorithm>
-#include <cstring>
-#include <erotlib/wire_structs.hpp>
 
 namespace ubbsim::erot
 {
 
 namespace
 {
+
+// One entry as format 4 lays it out; formats 3 and 2 are its first 324 and
+// 319 bytes.
+namespace field
+{
+constexpr size_t size = 334;
+constexpr size_t componentId = 2;
+constexpr size_t version = 5;
+constexpr size_t svn = 9;
+constexpr size_t keyId = 13;
+constexpr size_t customerId = 17;
+constexpr size_t variantId = 19;
+constexpr size_t details = 21;
+constexpr size_t detailsSize = 250;
+constexpr size_t digest = 271;
+constexpr size_t active = 319;
+constexpr size_t secureBootStatus = 320;
+constexpr size_t hashValid = 322;
+constexpr size_t bkcGood = 323;
+constexpr size_t keyRevocation = 324;
+constexpr size_t svnRevocation = 325;
+} // namespace field
 
 struct InfoFormat
 {
@@ -22,11 +43,11 @@ InfoFormat formatOf(uint8_t opcode)
     switch (opcode)
     {
         case op::componentInfoV4:
-            return {4, ::erot::componentInfoV4Size};
+            return {4, field::size};
         case op::componentInfoV3:
-            return {3, ::erot::componentInfoV3Size};
+            return {3, 324};
         default:
-            return {2, ::erot::componentInfoV2Size};
+            return {2, 319};
     }
 }
 
@@ -45,30 +66,31 @@ Bytes ErotDevice::componentEntry(const ComponentState& component,
                                  uint8_t side) const
 {
     const SideInfo& info = component.sides[side];
-    ::erot::ComponentInfo entry{};
-    entry.componentId = component.id;
-    entry.version = info.version;
-    entry.svn = info.svn;
-    entry.keyId = info.keyId;
-    entry.customerId = info.customerId;
-    entry.variantId = info.variantId;
-    std::memcpy(entry.details, info.details.data(),
-                std::min(info.details.size(), sizeof(entry.details)));
+    Bytes bytes(field::size, 0);
+    putLe16(bytes, field::componentId, component.id);
+    putLe32(bytes, field::version, info.version);
+    putLe32(bytes, field::svn, info.svn);
+    putLe32(bytes, field::keyId, info.keyId);
+    putLe16(bytes, field::customerId, info.customerId);
+    putLe16(bytes, field::variantId, info.variantId);
+    std::copy_n(info.details.begin(),
+                std::min(info.details.size(), field::detailsSize),
+                bytes.begin() + field::details);
     if (info.hashValid)
     {
-        std::copy(info.digest.begin(), info.digest.end(), entry.digest);
+        std::copy(info.digest.begin(), info.digest.end(),
+                  bytes.begin() + field::digest);
     }
-    entry.active = current.runningSide(component) == side ? 1 : 0;
-    entry.secureBootStatus = reportedFailed(reporting, component.id, side)
-                                 ? 0
-                                 : info.secureBootStatus;
-    entry.hashValid = info.hashValid ? 1 : 0;
+    bytes[field::active] = current.runningSide(component) == side ? 1 : 0;
+    bytes[field::secureBootStatus] =
+        reportedFailed(reporting, component.id, side) ? 0
+                                                      : info.secureBootStatus;
+    bytes[field::hashValid] = info.hashValid ? 1 : 0;
     auto bkc = current.bkcVersion(component.id);
-    entry.bkcGood = bkc && *bkc == info.version ? 1 : 0;
-    entry.keyRevocationStatus = info.keyRevocation;
-    entry.svnRevocationStatus = info.svnRevocation;
-    const auto* raw = reinterpret_cast<const uint8_t*>(&entry);
-    return Bytes(raw, raw + sizeof(entry));
+    bytes[field::bkcGood] = bkc && *bkc == info.version ? 1 : 0;
+    bytes[field::keyRevocation] = info.keyRevocation;
+    bytes[field::svnRevocation] = info.svnRevocation;
+    return bytes;
 }
 
 // Two entries per component, side A then side B; older formats are the

@@ -121,7 +121,7 @@ void ErotDevice::appendTrace(const char (&tag)[5], uint32_t data1,
                              uint32_t data2, uint8_t severity)
 {
     TraceRecord record;
-    record.timestamp = clock();
+    record.timestamp = current.traceClockBase + clock();
     std::memcpy(record.tag.data(), tag, record.tag.size());
     record.data1 = data1;
     record.data2 = data2;

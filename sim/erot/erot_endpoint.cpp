@@ -3,6 +3,7 @@
 #include "erot/opcodes.hpp"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
@@ -18,6 +19,53 @@ namespace
 constexpr SimTime resetDelay = std::chrono::milliseconds(50);
 // Larger than any response buffer of the client (its trace log page).
 constexpr size_t oversizedLength = 420'100;
+
+// Where the eRoT sits on the SMBus and in MCTP, and the time-out that
+// every one of its commands is sent with.
+constexpr uint8_t erotAddress = 100;
+constexpr uint8_t erotEid = 0x94;
+constexpr uint16_t commandTimeoutMs = 6000;
+// Bytes 0-6 of every request: vendor-defined message type, the vendor's
+// identifier in this byte order, two reserved zeros.
+constexpr std::array<uint8_t, 7> frameStart = {0x7F, 0x00, 0x00, 0x5B,
+                                               0x2C, 0x00, 0x00};
+
+std::string hexByte(unsigned value)
+{
+    char text[8];
+    std::snprintf(text, sizeof(text), "0x%02x", value);
+    return text;
+}
+
+// Why the call can't reach the eRoT as sent; empty when it can.
+std::string rejection(const MctpCall& call, std::span<const uint8_t> request)
+{
+    if (call.address != erotAddress)
+    {
+        return "address " + std::to_string(call.address);
+    }
+    if (call.eid != erotEid)
+    {
+        return "eid " + hexByte(call.eid);
+    }
+    if (call.timeoutMs != commandTimeoutMs)
+    {
+        return "timeout " + std::to_string(call.timeoutMs);
+    }
+    if (request.size() < headerSize)
+    {
+        return "frame of " + std::to_string(request.size()) + " bytes";
+    }
+    for (size_t i = 0; i < frameStart.size(); ++i)
+    {
+        if (request[i] != frameStart[i])
+        {
+            return "frame byte " + std::to_string(i) + " " +
+                   hexByte(request[i]);
+        }
+    }
+    return {};
+}
 
 std::string faultNames(const std::vector<const ErotFault*>& struck)
 {
@@ -45,12 +93,10 @@ void setFormatVersion(Bytes& frame, uint8_t value)
 
 std::string exchangeJson(const ExchangeRecord& entry)
 {
-    static const char* deliveries[] = {"reply", "lost", "linkDown"};
-    char opcode[8];
-    std::snprintf(opcode, sizeof(opcode), "0x%02x", entry.opcode);
+    static const char* deliveries[] = {"reply", "lost", "linkDown", "rejected"};
     nlohmann::ordered_json line = {
         {"t", std::round(entry.at * 1e6) / 1e6},
-        {"opcode", opcode},
+        {"opcode", hexByte(entry.opcode)},
         {"request", entry.requestLength},
         {"status",
          entry.status ? nlohmann::ordered_json(*entry.status) : nullptr},
@@ -105,17 +151,25 @@ Bytes ErotEndpoint::distort(Bytes frame,
     return frame;
 }
 
-Delivery ErotEndpoint::exchange(std::span<const uint8_t> request)
+Delivery ErotEndpoint::exchange(const MctpCall& call,
+                                std::span<const uint8_t> request)
 {
     std::lock_guard lock(mutex);
     SimTime now = clock();
-    auto struck = faults.strike(now, request);
     ExchangeRecord entry;
     entry.at = std::chrono::duration<double>(now).count();
     entry.opcode = request.size() > 7 ? request[7] : 0;
     entry.requestLength = request.size();
-    entry.fault = faultNames(struck);
     Delivery delivery;
+    entry.fault = rejection(call, request);
+    if (!entry.fault.empty())
+    {
+        entry.delivery = delivery.kind = Delivery::Kind::rejected;
+        record(entry);
+        return delivery;
+    }
+    auto struck = faults.strike(now, request);
+    entry.fault = faultNames(struck);
     if (findKind(struck, "deadLink"))
     {
         entry.delivery = delivery.kind = Delivery::Kind::linkDown;

@@ -15,6 +15,14 @@
 namespace ubbsim::erot
 {
 
+// The arguments of the MCTP call beside the request frame.
+struct MctpCall
+{
+    uint8_t address = 0; // SMBus address
+    uint8_t eid = 0;     // destination endpoint
+    uint16_t timeoutMs = 0;
+};
+
 // How an exchange ended for the SMC.
 struct Delivery
 {
@@ -23,6 +31,7 @@ struct Delivery
         reply,    // `frame` arrived
         lost,     // the device acted, its reply never arrived
         linkDown, // the request never reached the device
+        rejected, // wrongly addressed or framed: nothing answers it
     };
     Kind kind = Kind::reply;
     Bytes frame;
@@ -37,7 +46,7 @@ struct ExchangeRecord
     std::optional<uint8_t> status; // none when the device never answered
     size_t responseLength = 0;
     Delivery::Kind delivery = Delivery::Kind::reply;
-    std::string fault; // kinds that struck, comma separated
+    std::string fault; // kinds that struck, or why it was rejected
 };
 
 // The eRoT behind its link: the device, the scenario's faults on the way
@@ -52,7 +61,10 @@ class ErotEndpoint
     // Appends one JSON line per exchange to the file from now on.
     void recordTo(const std::string& path);
 
-    Delivery exchange(std::span<const uint8_t> request);
+    // A call that isn't to the eRoT's address and endpoint with the
+    // commands' time-out, or whose frame header isn't the vendor's, is
+    // rejected before the device sees it.
+    Delivery exchange(const MctpCall& call, std::span<const uint8_t> request);
 
     // The SMC was reset (by the eRoT or otherwise).
     void smcReset();

@@ -51,6 +51,11 @@ void ErotState::appendTrace(const TraceRecord& record)
         traceOverflowed = true;
     }
     traceLog.push_back(record);
+    if (traceLog.size() > 1)
+    {
+        traceLog.back().timestamp =
+            std::max(record.timestamp, traceLog[traceLog.size() - 2].timestamp);
+    }
 }
 
 } // namespace ubbsim::erot

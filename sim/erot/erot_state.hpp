@@ -81,6 +81,9 @@ struct ErotState
     std::vector<TrustedKey> keys;
 
     std::deque<TraceRecord> traceLog;
+    // The eRoT's clock at this power-on of the board: its log goes on from
+    // a saved state's last entry instead of starting at 0 again.
+    uint64_t traceClockBase = 0;
     bool traceOverflowed = false;
     size_t traceCapacity = 1024;
     uint8_t health = healthReady;
@@ -106,8 +109,8 @@ struct ErotState
     uint8_t runningSide(const ComponentState& component) const;
     const TrustedKey* key(uint8_t index) const;
     std::optional<uint32_t> bkcVersion(uint16_t id) const;
-    // Appends to the trace log; a full log drops its oldest entry and
-    // remembers that it overflowed.
+    // Appends to the trace log, never stamped before the last entry; a
+    // full log drops its oldest entry and remembers that it overflowed.
     void appendTrace(const TraceRecord& record);
 };
 

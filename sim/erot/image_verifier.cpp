@@ -19,7 +19,7 @@ bool signatureHolds(const TrustedKey& trusted, const AhdrBytes& header,
     try
     {
         EcKey key = EcKey::fromPublicDer(trusted.publicDer);
-        return key.verify(signedMessage(header, block.digest), block.signature);
+        return key.verify(signedMessage(header), block.signature);
     }
     catch (const std::runtime_error&)
     {
@@ -32,9 +32,9 @@ bool signatureHolds(const TrustedKey& trusted, const AhdrBytes& header,
 std::string_view verdictName(Verdict verdict)
 {
     static constexpr std::string_view names[] = {
-        "pass",           "badHeader",    "wrongComponent",
-        "badFormat",      "unknownKey",   "revokedKey",
-        "digestMismatch", "badSignature", "rollback"};
+        "pass",       "badHeader",   "wrongComponent", "badFormat",
+        "unknownKey", "revokedKey",  "digestMismatch", "badSignature",
+        "rollback",   "keyMismatch", "reservedSet"};
     return names[static_cast<size_t>(verdict)];
 }
 
@@ -61,6 +61,14 @@ Verdict verifyImage(const ErotState& state, uint16_t componentId,
     if (block.format != signatureFormat)
     {
         return Verdict::badFormat;
+    }
+    if (!reservedBytesClear(header))
+    {
+        return Verdict::reservedSet;
+    }
+    if (fields->keyId != block.keyIndex)
+    {
+        return Verdict::keyMismatch;
     }
     const TrustedKey* key = state.key(block.keyIndex);
     if (key == nullptr)

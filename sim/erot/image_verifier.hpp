@@ -20,6 +20,8 @@ enum class Verdict : uint8_t
     digestMismatch, // the SMC's hash isn't the signed digest
     badSignature,   // the signature doesn't verify
     rollback,       // SVN below the committed minimum
+    keyMismatch,    // the header's key id isn't the block's key
+    reservedSet,    // a reserved byte of the block isn't zero
 };
 
 std::string_view verdictName(Verdict verdict);

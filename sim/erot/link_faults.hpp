@@ -2,7 +2,7 @@
 
 #include "common/sim_clock.hpp"
 #include "erot/erot_device.hpp"
-#include "scenario/erot_scenario.hpp"
+#include "erot/erot_scenario.hpp"
 
 #include <optional>
 #include <span>

@@ -12,6 +12,7 @@ constexpr size_t formatAt = signatureBlockOffset;
 constexpr size_t keyIndexAt = signatureBlockOffset + 1;
 constexpr size_t digestAt = signatureBlockOffset + 4;
 constexpr size_t signatureAt = digestAt + 48;
+constexpr size_t trailerAt = signatureAt + 96;
 
 } // namespace
 
@@ -27,12 +28,17 @@ SignatureBlock readSignatureBlock(const AhdrBytes& ahdr)
     return block;
 }
 
-std::vector<uint8_t> signedMessage(const AhdrBytes& ahdr, const Digest& digest)
+bool reservedBytesClear(const AhdrBytes& ahdr)
 {
-    std::vector<uint8_t> message(ahdr.begin(),
-                                 ahdr.begin() + signatureBlockOffset);
-    message.insert(message.end(), digest.begin(), digest.end());
-    return message;
+    auto zero = [](uint8_t byte) { return byte == 0; };
+    return std::all_of(ahdr.begin() + keyIndexAt + 1, ahdr.begin() + digestAt,
+                       zero) &&
+           std::all_of(ahdr.begin() + trailerAt, ahdr.end(), zero);
+}
+
+std::vector<uint8_t> signedMessage(const AhdrBytes& ahdr)
+{
+    return {ahdr.begin(), ahdr.begin() + signatureAt};
 }
 
 void signAhdr(AhdrBytes& ahdr, const Digest& digest, const EcKey& key,
@@ -42,7 +48,7 @@ void signAhdr(AhdrBytes& ahdr, const Digest& digest, const EcKey& key,
     ahdr[formatAt] = signatureFormat;
     ahdr[keyIndexAt] = keyIndex;
     std::copy(digest.begin(), digest.end(), ahdr.begin() + digestAt);
-    RawSignature signature = key.sign(signedMessage(ahdr, digest));
+    RawSignature signature = key.sign(signedMessage(ahdr));
     std::copy(signature.begin(), signature.end(), ahdr.begin() + signatureAt);
 }
 

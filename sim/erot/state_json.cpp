@@ -1,6 +1,9 @@
 #include "erot/state_json.hpp"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <stdexcept>
 
@@ -273,6 +276,48 @@ ErotState stateFromJson(const json& document)
     return state;
 }
 
+namespace
+{
+
+// What the eRoT learnt of a component survives; what it measured of a side
+// only while that side still holds the same image.
+void adoptComponent(ComponentState& run, const ComponentState& saved)
+{
+    run.minSvn = saved.minSvn;
+    run.bootSide = saved.bootSide;
+    for (size_t i = 0; i < run.sides.size(); ++i)
+    {
+        SideInfo& side = run.sides[i];
+        const SideInfo& old = saved.sides[i];
+        // Revocations only move on: none, requested, completed.
+        side.keyRevocation = std::max(side.keyRevocation, old.keyRevocation);
+        side.svnRevocation = std::max(side.svnRevocation, old.svnRevocation);
+        if (old.digest == side.digest)
+        {
+            side.hashValid = old.hashValid;
+            side.secureBootStatus = old.secureBootStatus;
+        }
+    }
+}
+
+// The log goes on with what this power-on added, stamped after every
+// saved entry, and so does the clock of its later entries.
+void adoptTraceLog(ErotState& run, const ErotState& saved)
+{
+    run.traceClockBase =
+        saved.traceLog.empty() ? 0 : saved.traceLog.back().timestamp + 1;
+    std::deque<TraceRecord> added = std::move(run.traceLog);
+    run.traceLog = saved.traceLog;
+    run.traceOverflowed = saved.traceOverflowed;
+    for (TraceRecord record : added)
+    {
+        record.timestamp += run.traceClockBase;
+        run.appendTrace(record);
+    }
+}
+
+} // namespace
+
 void adoptSaved(ErotState& run, const ErotState& saved)
 {
     run.activeSide = saved.activeSide;
@@ -284,17 +329,10 @@ void adoptSaved(ErotState& run, const ErotState& saved)
     {
         if (const ComponentState* old = saved.component(component.id))
         {
-            component.minSvn = old->minSvn;
+            adoptComponent(component, *old);
         }
     }
-    // The log goes on with what this power-on added.
-    std::deque<TraceRecord> added = std::move(run.traceLog);
-    run.traceLog = saved.traceLog;
-    run.traceOverflowed = saved.traceOverflowed;
-    for (const TraceRecord& record : added)
-    {
-        run.appendTrace(record);
-    }
+    adoptTraceLog(run, saved);
     run.health = saved.health;
     run.resetReason = saved.resetReason;
     run.token = saved.token;
@@ -322,9 +360,28 @@ ErotState loadState(const std::string& path)
     }
 }
 
+// Written beside the file and renamed over it, so that a run that dies
+// half-way leaves the previous state whole.
 void saveState(const ErotState& state, const std::string& path)
 {
-    std::ofstream(path) << stateToJson(state).dump(1) << "\n";
+    std::string temporary = path + ".tmp";
+    {
+        std::ofstream out(temporary, std::ios::trunc);
+        out << stateToJson(state).dump(1) << "\n";
+        out.close();
+        if (!out)
+        {
+            std::string reason = std::strerror(errno);
+            std::remove(temporary.c_str());
+            throw std::runtime_error(path + ": cannot be written: " + reason);
+        }
+    }
+    if (std::rename(temporary.c_str(), path.c_str()) != 0)
+    {
+        std::string reason = std::strerror(errno);
+        std::remove(temporary.c_str());
+        throw std::runtime_error(path + ": cannot be written: " + reason);
+    }
 }
 
 } // namespace ubbsim::erot

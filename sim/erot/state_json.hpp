@@ -18,12 +18,16 @@ nlohmann::json stateToJson(const ErotState& state);
 ErotState stateFromJson(const nlohmann::json& document);
 
 // What a saved eRoT carries into a run whose images were made afresh: its
-// flash sides, persist record, anti-rollback state, trace log (followed by
-// the run's own entries), reset reason, token, settings and records. Keys,
-// image information and the manifest stay those of the run.
+// flash sides, persist record, anti-rollback state, boot partition
+// records, revocations, what it measured of each side that still holds the
+// same image, trace log (the run's own entries follow, stamped later),
+// reset reason, token, settings and records. Keys, image information and
+// the manifest stay those of the run.
 void adoptSaved(ErotState& run, const ErotState& saved);
 
 ErotState loadState(const std::string& path);
+// Replaces the file whole or not at all; throws std::runtime_error naming
+// the file when it can't.
 void saveState(const ErotState& state, const std::string& path);
 
 } // namespace ubbsim::erot

@@ -2,7 +2,7 @@
 #include "erot/erot_device.hpp"
 #include "erot/opcodes.hpp"
 
-#include <erotlib/wire_structs.hpp>
+#include <algorithm>
 
 namespace ubbsim::erot
 {
@@ -11,10 +11,14 @@ namespace
 {
 
 constexpr uint8_t overflowed = 0x04;
+// Time stamp (8), tag (4), two data words (4 each), then the severity,
+// which format 1 lacks.
+constexpr size_t entryV2Size = 21;
+constexpr size_t entryV1Size = 20;
 
 Bytes traceEntry(const TraceRecord& record, size_t size)
 {
-    Bytes entry(::erot::traceLogV2Size);
+    Bytes entry(entryV2Size);
     putLe64(entry, 0, record.timestamp);
     std::copy(record.tag.begin(), record.tag.end(), entry.begin() + 8);
     putLe32(entry, 12, record.data1);
@@ -30,7 +34,7 @@ Bytes traceEntry(const TraceRecord& record, size_t size)
 Bytes ErotDevice::traceLog(Request request)
 {
     bool basic = request[7] == op::traceLogBasic;
-    size_t size = basic ? ::erot::traceLogV1Size : ::erot::traceLogV2Size;
+    size_t size = basic ? entryV1Size : entryV2Size;
     if (request[8] == 0)
     {
         tracePages = {request[7], {}};

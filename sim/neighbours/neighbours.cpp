@@ -306,7 +306,7 @@ void Neighbours::Impl::serveMctpEndpoint()
                    std::to_string(address) + ", " + std::to_string(eid) + ", " +
                        std::to_string(timeout) + ", " +
                        std::to_string(request.size()) + " bytes");
-            auto reply = mctp(request);
+            auto reply = mctp(address, eid, timeout, request);
             if (!reply)
             {
                 throw sdbus::Error(mctpIoError, "no answer from the device");

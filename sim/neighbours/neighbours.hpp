@@ -25,10 +25,12 @@ namespace ubbsim
 class Neighbours
 {
   public:
-    // The eRoT behind the MCTP endpoint: the reply frame to a request, an
-    // empty frame for a reply that never came, or none when the link is
-    // down (the call then fails with an I/O error).
+    // The eRoT behind the MCTP endpoint, given the call's SMBus address,
+    // endpoint id, time-out and request frame: the reply frame, an empty
+    // frame for a reply that never came, or none when nothing answers
+    // (the call then fails with an I/O error).
     using MctpHandler = std::function<std::optional<std::vector<uint8_t>>(
+        uint8_t address, uint8_t eid, uint16_t timeoutMs,
         const std::vector<uint8_t>& request)>;
 
     explicit Neighbours(const Scenario& scenario, MctpHandler mctp = {});

@@ -33,10 +33,13 @@ RunErot::RunErot(const Scenario& scenario, const fs::path& rootDir,
 
 Neighbours::MctpHandler RunErot::handler()
 {
-    return [this](const std::vector<uint8_t>& request)
+    return [this](uint8_t address, uint8_t eid, uint16_t timeoutMs,
+                  const std::vector<uint8_t>& request)
                -> std::optional<std::vector<uint8_t>> {
-        erot::Delivery delivery = link->exchange(request);
-        if (delivery.kind == erot::Delivery::Kind::linkDown)
+        erot::Delivery delivery =
+            link->exchange({address, eid, timeoutMs}, request);
+        using Kind = erot::Delivery::Kind;
+        if (delivery.kind == Kind::linkDown || delivery.kind == Kind::rejected)
         {
             return std::nullopt;
         }
@@ -60,10 +63,21 @@ void RunErot::fillRmDigests(Scenario& scenario) const
 void RunErot::finish()
 {
     erot::ErotState state = link->state();
-    erot::saveState(state, (out / "erot-state.json").string());
+    std::vector<std::string> paths = {(out / "erot-state.json").string()};
     if (!statePath.empty())
     {
-        erot::saveState(state, statePath);
+        paths.push_back(statePath);
+    }
+    for (const std::string& path : paths)
+    {
+        try
+        {
+            erot::saveState(state, path);
+        }
+        catch (const std::runtime_error& error)
+        {
+            saveErrors.push_back(error.what());
+        }
     }
 }
 
@@ -71,13 +85,24 @@ std::string RunErot::summaryLine() const
 {
     auto exchanges = link->exchanges();
     auto faulted =
-        std::count_if(exchanges.begin(), exchanges.end(),
-                      [](const auto& e) { return !e.fault.empty(); });
+        std::count_if(exchanges.begin(), exchanges.end(), [](const auto& e) {
+            return !e.fault.empty() &&
+                   e.delivery != erot::Delivery::Kind::rejected;
+        });
+    auto rejected =
+        std::count_if(exchanges.begin(), exchanges.end(), [](const auto& e) {
+            return e.delivery == erot::Delivery::Kind::rejected;
+        });
     erot::ErotState state = link->state();
     std::ostringstream line;
     line << "eRoT: " << exchanges.size() << " exchange(s), " << faulted
-         << " faulted; " << link->resets() << " SMC reset(s); side "
-         << (state.activeSide == 0 ? "A" : "B") << " active\n";
+         << " faulted, " << rejected << " rejected; " << link->resets()
+         << " SMC reset(s); side " << (state.activeSide == 0 ? "A" : "B")
+         << " active\n";
+    for (const std::string& error : saveErrors)
+    {
+        line << "eRoT state NOT saved: " << error << "\n";
+    }
     return line.str();
 }
 

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace ubbsim
 {
@@ -33,8 +34,13 @@ class RunErot
     // Modules whose RM digest the scenario leaves at zero report that of
     // the RM image that the eRoT's active side holds.
     void fillRmDigests(Scenario& scenario) const;
-    // Writes the state; the run's last step.
+    // Writes the state; the run's last step. A file that can't be written
+    // is named in the summary and fails the run.
     void finish();
+    bool stateSaved() const
+    {
+        return saveErrors.empty();
+    }
     std::string summaryLine() const;
 
   private:
@@ -42,6 +48,7 @@ class RunErot
     std::filesystem::path out;
     std::string statePath;
     std::unique_ptr<erot::ErotEndpoint> link;
+    std::vector<std::string> saveErrors;
 };
 
 } // namespace ubbsim

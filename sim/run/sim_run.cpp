@@ -285,7 +285,7 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
         erot.summaryLine();
     std::ofstream(out / "summary.txt") << summary;
     std::cout << "\n" << summary << "outputs in " << out.string() << "\n";
-    return 0;
+    return erot.stateSaved() ? 0 : 1;
 }
 
 } // namespace ubbsim

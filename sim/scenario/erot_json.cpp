@@ -131,9 +131,20 @@ ErotFault parseFault(const json& value, const std::string& path, Seconds end)
     return fault;
 }
 
+uint8_t readRevocation(const json& value, const std::string& path)
+{
+    static const std::vector<std::string_view> states = {"none", "requested",
+                                                         "completed"};
+    std::string name = readChoice(value, path, states, "revocation state");
+    return static_cast<uint8_t>(std::find(states.begin(), states.end(), name) -
+                                states.begin());
+}
+
 ErotComponentSetting parseComponent(const json& value, const std::string& path)
 {
-    Fields fields(value, path, {"version", "svn", "minSvn", "bootSide"});
+    Fields fields(value, path,
+                  {"version", "svn", "minSvn", "bootSide", "keyRevocation",
+                   "svnRevocation"});
     ErotComponentSetting setting;
     auto word = [&](std::string_view key) -> std::optional<uint32_t> {
         if (const json* member = fields.find(key))
@@ -149,6 +160,15 @@ ErotComponentSetting parseComponent(const json& value, const std::string& path)
     if (const json* side = fields.find("bootSide"))
     {
         setting.bootSide = readSide(*side, fields.at("bootSide"));
+    }
+    for (auto [key, target] :
+         {std::pair{"keyRevocation", &setting.keyRevocation},
+          std::pair{"svnRevocation", &setting.svnRevocation}})
+    {
+        if (const json* member = fields.find(key))
+        {
+            *target = readRevocation(*member, fields.at(key));
+        }
     }
     return setting;
 }

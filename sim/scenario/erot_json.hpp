@@ -16,7 +16,9 @@ namespace ubbsim
 //     "activeSide": "A" | "B", "updateOnReboot": false, "autoArb": false,
 //     "health": "0x01",
 //     "components": {"UBB_FPGA": {"version": "0x00010002", "svn": 2,
-//                                 "minSvn": 1, "bootSide": "B"}},
+//                                 "minSvn": 1, "bootSide": "B",
+//                                 "keyRevocation": "requested",
+//                                 "svnRevocation": "none"}},
 //     "images": [{"component": "IFWI", "side": "A", "mark": "tampered"}],
 //     "faults": [{"kind": "lostReplies", "opcode": "0x01", "count": 3}],
 //     "traceLog": [{"tag": "BPup", "data1": 0, "data2": 0, "severity": 3}]

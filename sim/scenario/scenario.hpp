@@ -1,6 +1,6 @@
 #pragma once
 
-#include "scenario/erot_scenario.hpp"
+#include "erot/erot_scenario.hpp"
 
 #include <array>
 #include <cstdint>

@@ -172,14 +172,18 @@ TEST_F(Erotctl, WritesNeedTheWriteFlag)
     EXPECT_EQ(device.sent.at(0).request, request(0x10, {0x01, 0x01}));
 }
 
-TEST_F(Erotctl, RefusalAndLinkFailureHaveTheirOwnExitCodes)
+TEST_F(Erotctl, RefusalLinkFailureAndMalformedReplyHaveTheirOwnExitCodes)
 {
     device.reply(response(0x15, 0x03));
     device.fail(-ETIMEDOUT);
+    device.reply(request(0x15));                // no status byte: -71
+    device.reply(response(0x05, 0, {0x02, 0})); // BPR format 2: -93
     device.reply(response(0x15, 0x81));
     device.fail(-ETIMEDOUT);
     erotctl::Outcome refused = run({"auto-arb"});
     erotctl::Outcome lost = run({"auto-arb"});
+    erotctl::Outcome shortReply = run({"auto-arb"});
+    erotctl::Outcome unknownFormat = run({"bpr"});
     Json refusedJson = runJson({"auto-arb"});
     Json lostJson = runJson({"auto-arb"});
     EXPECT_EQ(refused.exitCode, 1);
@@ -188,6 +192,12 @@ TEST_F(Erotctl, RefusalAndLinkFailureHaveTheirOwnExitCodes)
     EXPECT_EQ(lost.err, "auto-arb: link failure: " +
                             std::string(std::strerror(ETIMEDOUT)) + " (" +
                             std::to_string(-ETIMEDOUT) + ")\n");
+    EXPECT_EQ(shortReply.exitCode, 4);
+    EXPECT_EQ(shortReply.err, "auto-arb: malformed reply: " +
+                                  std::string(std::strerror(EPROTO)) + " (" +
+                                  std::to_string(-EPROTO) + ")\n");
+    EXPECT_EQ(unknownFormat.exitCode, 4);
+    EXPECT_THAT(unknownFormat.err, HasSubstr("bpr: malformed reply: "));
     EXPECT_EQ(refusedJson["status"], 0x81);
     EXPECT_EQ(refusedJson["error"], "status 0x81");
     EXPECT_TRUE(lostJson["status"].is_null());

@@ -3,8 +3,13 @@
 //   byte 0      which command
 //   bytes 1-4   argument bits
 //   then        replies, each a 16-bit little-endian length and that many
-//               bytes; length 0xFFFF is a lost reply. When the input runs
-//               out every further exchange is lost as well.
+//               bytes; length 0xFFFF is a lost reply. Length 0xFFFE is a
+//               long reply: a 32-bit length, a fill byte, a 16-bit head
+//               length and the head; the head is followed by the fill byte
+//               up to the length, so that a few bytes reach the bounds of
+//               the paged reads (100 Component Info entries, 20,000 trace
+//               records). When the input runs out every further exchange
+//               is lost as well.
 #include "erotlib/erot.hpp"
 
 #include <array>
@@ -28,6 +33,19 @@ struct Input
 Input replies;
 
 constexpr uint16_t lostReply = 0xFFFF;
+constexpr uint16_t longReply = 0xFFFE;
+
+uint32_t take(size_t bytes)
+{
+    uint32_t value = 0;
+    for (size_t i = 0; i < bytes && replies.size > 0; ++i)
+    {
+        value |= static_cast<uint32_t>(replies.data[0]) << (8 * i);
+        ++replies.data;
+        --replies.size;
+    }
+    return value;
+}
 
 int fuzzTransport(const uint8_t* request, size_t requestLength,
                   uint8_t* response, size_t responseCapacity,
@@ -44,25 +62,29 @@ int fuzzTransport(const uint8_t* request, size_t requestLength,
     {
         return -EIO;
     }
-    uint16_t length =
-        static_cast<uint16_t>(replies.data[0] | (replies.data[1] << 8));
-    replies.data += 2;
-    replies.size -= 2;
+    auto length = static_cast<uint16_t>(take(2));
     if (length == lostReply)
     {
         return -EIO;
     }
-    size_t taken = length < replies.size ? length : replies.size;
+    bool isLong = length == longReply;
+    size_t total = isLong ? take(4) : 0;
+    auto fill = static_cast<uint8_t>(isLong ? take(1) : 0);
+    size_t taken = isLong ? take(2) : length;
+    taken = taken < replies.size ? taken : replies.size;
     const uint8_t* bytes = replies.data;
     replies.data += taken;
     replies.size -= taken;
+    total = isLong ? total : taken;
     // As the bus transport: too large a reply is refused, never cut.
-    if (taken > responseCapacity)
+    if (total > responseCapacity)
     {
         return -EIO;
     }
+    taken = taken < total ? taken : total;
     std::memcpy(response, bytes, taken);
-    *pReceivedLength = taken;
+    std::memset(response + taken, fill, total - taken);
+    *pReceivedLength = total;
     return 0;
 }
 

@@ -17,15 +17,17 @@ namespace
 
 ErotEndpoint* active = nullptr;
 
-// The transport to the endpoint: lost replies and a dead link are asked
-// again up to five times as on the bus, and end in -EIO.
+// The transport to the endpoint, addressed as the bus call addresses it:
+// lost replies and a dead link are asked again up to five times as on the
+// bus, and end in -EIO.
 int inProcessTransport(const uint8_t* request, size_t requestLength,
-                       uint8_t* response, size_t capacity, uint32_t,
+                       uint8_t* response, size_t capacity, uint32_t timeoutMs,
                        size_t* pReceivedLength)
 {
+    MctpCall call{100, 0x94, static_cast<uint16_t>(timeoutMs)};
     for (int attempt = 0; attempt < ::erot::transportAttempts; ++attempt)
     {
-        Delivery delivery = active->exchange({request, requestLength});
+        Delivery delivery = active->exchange(call, {request, requestLength});
         if (delivery.kind != Delivery::Kind::reply)
         {
             continue;

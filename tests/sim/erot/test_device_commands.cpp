@@ -217,19 +217,55 @@ TEST_F(Device, BootPartitionRecordsFollowTheSmcUnlessPinned)
     }
 }
 
-// What a run saves is what the next one loads, field for field.
-TEST_F(Device, SavedStateLoadsAsItWas)
+// What a run saves is what the next one loads, field for field, and what
+// the next run goes on from: boot partition records, what the eRoT found
+// of each side, revocations requested before and completed by its commit,
+// and a trace log whose new entries are stamped after the saved ones.
+TEST_F(Device, NextRunGoesOnFromTheSavedState)
 {
     ErotScenario scenario;
     scenario.traceLog = {{"BPup", 1, 2, 3}};
+    scenario.components["UBB_FPGA"].keyRevocation = 1;
+    scenario.components["IFWI"].svnRevocation = 1;
     boot(scenario);
     std::vector<uint8_t> token(tokenSize, 7);
     ErotTokenInstall(token.data(), token.size(), &status);
+    now = 40s;
     ErotSelectActiveFlash(1, 1, &status);
     ErotState state = endpoint->state();
     state.record = std::array<uint8_t, 48>{9};
+    ComponentState& ubbFpga = *state.component(0x0400);
+    ubbFpga.bootSide = 1;
+    ubbFpga.sides[1].secureBootStatus = 0;
     nlohmann::json saved = stateToJson(state);
     EXPECT_EQ(stateToJson(stateFromJson(saved)), saved);
+    saveState(state, (root / "state.json").string());
+    EXPECT_THROW(saveState(state, (root / "none/state.json").string()),
+                 std::runtime_error);
+
+    ErotState next = setUpBoardErot({}, root, keys());
+    adoptSaved(next, loadState((root / "state.json").string()));
+    now = 0s;
+    boot(std::move(next));
+    ASSERT_EQ(ErotARBCommit(&status), 0);
+    const auto& log = endpoint->state().traceLog;
+    ASSERT_EQ(log.size(), state.traceLog.size() + 2) << "BOOT, ARBC";
+    for (size_t i = state.traceLog.size(); i < log.size(); ++i)
+    {
+        EXPECT_GT(log[i].timestamp, state.traceLog.back().timestamp);
+    }
+    for (const auto& record : bootPartitions())
+    {
+        EXPECT_EQ(record.side, 0 + (record.componentId == 0x0400));
+    }
+    for (const ComponentInfo& entry : componentInfo())
+    {
+        uint16_t id = entry.componentId;
+        bool spoilt = id == 0x0400 && entry.active == 1;
+        EXPECT_EQ(entry.secureBootStatus, spoilt ? 0 : 1) << std::hex << id;
+        EXPECT_EQ(entry.keyRevocationStatus, id == 0x0400 ? 2 : 0);
+        EXPECT_EQ(entry.svnRevocationStatus, id == 0x0500 ? 2 : 0);
+    }
 }
 
 TEST_F(Device, LongTraceLogArrivesWholeAndInOrder)

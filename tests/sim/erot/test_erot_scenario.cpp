@@ -31,7 +31,8 @@ TEST(ErotScenario, SectionSetsUpBoardImagesAndFaults)
 {
     Scenario scenario = parseScenario(json::parse(R"({"erot": {
         "retimers": "dual", "activeSide": "B", "autoArb": true,
-        "components": {"UBB_FPGA": {"svn": 3, "minSvn": "0x2"}},
+        "components": {"UBB_FPGA": {"svn": 3, "minSvn": "0x2",
+                                    "keyRevocation": "requested"}},
         "images": [{"component": "Retimer_2", "side": "B", "mark": "lowSvn"}],
         "faults": [{"kind": "status", "opcode": "0x02", "value": "0x81",
                     "component": "IFWI", "at": 5, "until": 9},
@@ -41,6 +42,7 @@ TEST(ErotScenario, SectionSetsUpBoardImagesAndFaults)
     EXPECT_TRUE(erot.dualRetimers);
     EXPECT_EQ(erot.activeSide, 1);
     EXPECT_EQ(erot.components.at("UBB_FPGA").minSvn, 2U);
+    EXPECT_EQ(erot.components.at("UBB_FPGA").keyRevocation, 1);
     EXPECT_EQ(erot.images.at(0).kind, ErotImageMark::Kind::lowSvn);
     EXPECT_EQ(erot.faults.at(0).opcode, 0x02);
     EXPECT_EQ(erot.faults.at(0).value, 0x81);
@@ -70,6 +72,9 @@ TEST(ErotScenario, MistakesNameTheField)
         "SMC");
     EXPECT_THAT(errorOf({{"components", {{"UBB_FGPA", json::object()}}}}),
                 HasSubstr("did you mean \"UBB_FPGA\"?"));
+    EXPECT_THAT(
+        errorOf({{"components", {{"VR", {{"svnRevocation", "asked"}}}}}}),
+        HasSubstr("erot.components.VR.svnRevocation: "));
     EXPECT_EQ(
         errorOf({{"components", {{"VR", {{"minSvn", 0}}}}},
                  {"images", {{{"component", "VR"}, {"mark", "lowSvn"}}}}}),

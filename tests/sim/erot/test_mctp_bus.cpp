@@ -1,5 +1,5 @@
-// The MCTP endpoint of the virtual board on a private bus, reached by the
-// client library's own transport and by erotctl.
+// The MCTP endpoint of the virtual board on a private bus, reached by erotctl
+// through the client library and by calls that are wrongly addressed.
 
 #include "erot_harness.hpp"
 #include "erotctl_commands.hpp"
@@ -7,6 +7,8 @@
 #include "fakes/bus_fixture.hpp"
 #include "fakes/console_capture.hpp"
 #include "neighbours/neighbours.hpp"
+
+#include <sdbus-c++/sdbus-c++.h>
 
 #include <nlohmann/json.hpp>
 
@@ -19,7 +21,6 @@ namespace
 {
 
 using orvane::test::console;
-using ::testing::HasSubstr;
 
 class MctpBus : public ErotTest
 {
@@ -30,10 +31,13 @@ class MctpBus : public ErotTest
         ::erot::ErotSetTransport(nullptr); // the bus transport
         neighbours = std::make_unique<Neighbours>(
             Scenario{},
-            [this](const std::vector<uint8_t>& request)
+            [this](uint8_t address, uint8_t eid, uint16_t timeoutMs,
+                   const std::vector<uint8_t>& request)
                 -> std::optional<std::vector<uint8_t>> {
-                Delivery delivery = endpoint->exchange(request);
-                if (delivery.kind == Delivery::Kind::linkDown)
+                Delivery delivery =
+                    endpoint->exchange({address, eid, timeoutMs}, request);
+                if (delivery.kind == Delivery::Kind::linkDown ||
+                    delivery.kind == Delivery::Kind::rejected)
                 {
                     return std::nullopt;
                 }
@@ -59,17 +63,53 @@ class MctpBus : public ErotTest
     std::unique_ptr<Neighbours> neighbours;
 };
 
-TEST_F(MctpBus, DeadLinkEndsInAnIoErrorAndAnErotctlLinkFailure)
+// A call to another address or endpoint, with another time-out than the
+// commands', or with a frame that isn't the vendor's, gets no answer: the
+// call fails and the device never sees the request.
+TEST_F(MctpBus, WronglyAddressedOrFramedCallsGetNoAnswer)
 {
-    serve({fault("deadLink")});
-    std::string printed =
-        console([&] { EXPECT_EQ(::erot::ErotARBCommit(&status), -EIO); });
-    EXPECT_EQ(status, 0xFF);
-    EXPECT_EQ(neighbours->callCount("MctpSendRecv"), 5U);
-    EXPECT_THAT(printed, HasSubstr("sd_bus_call error: -5"));
-    erotctl::Outcome outcome = quietly({"health"});
-    EXPECT_EQ(outcome.exitCode, 3);
-    EXPECT_FALSE(outcome.err.empty());
+    serve({});
+    struct Call
+    {
+        uint8_t address, eid;
+        uint16_t timeoutMs;
+        size_t at; // the frame byte set to `value`; 8 cuts the frame short
+        uint8_t value;
+        std::string rejected;
+    };
+    const std::vector<Call> calls = {
+        {100, 0x94, 6000, 7, 0x32, ""},
+        {99, 0x94, 6000, 7, 0x32, "address 99"},
+        {100, 0x95, 6000, 7, 0x32, "eid 0x95"},
+        {100, 0x94, 25000, 7, 0x32, "timeout 25000"},
+        {100, 0x94, 6000, 0, 0x7E, "frame byte 0 0x7e"},
+        {100, 0x94, 6000, 3, 0x2C, "frame byte 3 0x2c"},
+        {100, 0x94, 6000, 6, 0x01, "frame byte 6 0x01"},
+        {100, 0x94, 6000, 8, 0, "frame of 7 bytes"},
+    };
+    auto connection = sdbus::createSystemBusConnection();
+    auto proxy =
+        sdbus::createProxy(*connection, "xyz.openbmc_project.MCTP.SMBus15",
+                           "/xyz/openbmc_project/mctp");
+    for (const Call& call : calls)
+    {
+        std::vector<uint8_t> frame = {0x7F, 0, 0, 0x5B, 0x2C, 0, 0, 0x32};
+        call.at < 8 ? void(frame[call.at] = call.value) : frame.pop_back();
+        bool answered = true;
+        try
+        {
+            proxy->callMethod("MctpSendRecv")
+                .onInterface("xyz.openbmc_project.MCTP.Endpoint")
+                .withArguments(call.address, call.eid, call.timeoutMs, frame)
+                .storeResultsTo(frame);
+        }
+        catch (const sdbus::Error&)
+        {
+            answered = false;
+        }
+        EXPECT_EQ(answered, call.rejected.empty()) << call.rejected;
+        EXPECT_EQ(endpoint->exchanges().back().fault, call.rejected);
+    }
 }
 
 // Every read is answered and decoded, as text and as JSON.

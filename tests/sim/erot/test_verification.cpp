@@ -7,6 +7,9 @@
 #include "erot/image_signer.hpp"
 #include "erot/image_verifier.hpp"
 #include "erot/sha384.hpp"
+#include "erot/signature_block.hpp"
+
+#include <functional>
 
 #include <gtest/gtest.h>
 
@@ -84,21 +87,72 @@ TEST_F(Verification, SpoiltImagesAreRefusedWithTheirReason)
     EXPECT_EQ(failed[0].severity, 4);
 }
 
-// A header changed after signing, or naming another component than the
-// one asked for, doesn't pass. The bundle's header covers no image: the SMC
-// sends no hash for it, while any other image needs its own.
-TEST_F(Verification, HeaderAndHashMustBeTheSignedOnes)
+// Every forgery that a check of fewer bytes would let through is refused
+// for its own reason; the reason travels in the trace log.
+TEST_F(Verification, EachForgeryIsRefusedForItsOwnReason)
 {
     boot();
-    SignedImage image = ubbFpga(1);
-    EXPECT_EQ(verify(image), 0);
-    SignedImage raised = image;
-    raised.ahdr[16] = 9; // SVN
-    EXPECT_EQ(verify(raised), refused);
-    Digest hash = sha384(image.payload);
-    EXPECT_EQ(verifyAs(0x0500, hash, image.ahdr.data()), refused);
+    constexpr size_t block = signatureBlockOffset;
+    struct Forgery
+    {
+        const char* what;
+        std::function<void(SignedImage&)> spoil;
+        Verdict reason;
+    };
+    auto flip = [](size_t at) {
+        return [at](SignedImage& image) { image.ahdr[at] ^= 1; };
+    };
+    const std::vector<Forgery> forgeries = {
+        {"image changed, digest rewritten to match",
+         [](SignedImage& image) {
+             image.payload[7] ^= 1;
+             Digest digest = sha384(image.payload);
+             std::copy(digest.begin(), digest.end(),
+                       image.ahdr.begin() + block + 4);
+         },
+         Verdict::badSignature},
+        {"r corrupted", flip(block + 60), Verdict::badSignature},
+        {"s corrupted", flip(block + 120), Verdict::badSignature},
+        {"SVN changed", flip(16), Verdict::badSignature},
+        {"details edited", flip(40), Verdict::badSignature},
+        {"full size edited", flip(29), Verdict::badSignature},
+        {"verifiable size edited", flip(33), Verdict::badSignature},
+        {"format changed", flip(block), Verdict::badFormat},
+        {"reserved before the digest", flip(block + 2), Verdict::reservedSet},
+        {"reserved after the signature", flip(ahdrSize - 1),
+         Verdict::reservedSet},
+        {"header names another key, signed anyway",
+         [](SignedImage& image) {
+             image.ahdr[20] = 3;
+             signAhdr(image.ahdr, image.digest, keys().trusted, 0);
+         },
+         Verdict::keyMismatch},
+    };
+    SignedImage signedOne = ubbFpga(1);
+    ASSERT_EQ(verify(signedOne), 0);
+    for (const Forgery& forgery : forgeries)
+    {
+        SignedImage image = signedOne;
+        forgery.spoil(image);
+        size_t before = traces("IVFL").size();
+        EXPECT_EQ(verify(image), refused) << forgery.what;
+        auto failed = traces("IVFL");
+        ASSERT_EQ(failed.size(), before + 1) << forgery.what;
+        EXPECT_EQ(verdictName(static_cast<Verdict>(failed.back().data2)),
+                  verdictName(forgery.reason))
+            << forgery.what;
+    }
+    // Another component than the header's; the bundle's header covers no
+    // image, so it passes with no hash while any other image needs its own.
+    EXPECT_EQ(
+        verifyAs(0x0500, sha384(signedOne.payload), signedOne.ahdr.data()),
+        refused);
+    EXPECT_EQ(traces("IVFL").back().data2,
+              static_cast<uint32_t>(Verdict::wrongComponent));
     EXPECT_EQ(verify(0, "fwbundle"), 0);
     EXPECT_EQ(verifyAs(0x0500, Digest{}, file(0, "ifwi.ahdr").data()), refused);
+    EXPECT_EQ(traces("IVFL").back().data2,
+              static_cast<uint32_t>(Verdict::digestMismatch));
 }
 
 // An explicit commit raises the minimum to the running SVN; boot success

@@ -431,6 +431,36 @@ TEST(SecureBoot, DeadErotLinkHaltsForRecoveryWhileTheBusServes)
     EXPECT_LT(sim.firstChange("UBB_FPGA_PROG_B", "0"), 0);
 }
 
+// Two runs on one saved eRoT: the second's new trace log entries are
+// stamped after the first's, so a daemon that remembers the last entry it
+// saw still reports them; a state file that can't be written fails the run.
+TEST(ErotState, NextRunStampsLaterAndAFailedSaveFailsTheRun)
+{
+    auto scenario =
+        writeScenario("erot-state", {{"name", "erot-state"}, {"end", 5}});
+    auto runWith = [&](const fs::path& state) {
+        return runSim(scenario,
+                      {"--speed", "20", "--erot-state", state.string()});
+    };
+    fs::path state = scratch.path / "saved-erot.json";
+    SimRun first = runWith(state);
+    SimRun second = runWith(state);
+    ASSERT_EQ(second.status, 0) << second.console;
+    auto traceLog = [](const SimRun& run) {
+        return json::parse(slurp(run.outDir / "erot-state.json"))["traceLog"];
+    };
+    json before = traceLog(first);
+    json after = traceLog(second);
+    ASSERT_GT(after.size(), before.size());
+    for (size_t i = before.size(); i < after.size(); ++i)
+    {
+        EXPECT_GT(after[i]["t"], before.back()["t"]) << after[i].dump();
+    }
+    SimRun unsaved = runWith(scratch.path / "no-such-directory/state.json");
+    EXPECT_EQ(unsaved.status, 1);
+    EXPECT_THAT(unsaved.console, HasSubstr("eRoT state NOT saved: "));
+}
+
 TEST(SimScenario, BusyEnableLineGoesToTheJournal)
 {
     auto path = writeScenario(

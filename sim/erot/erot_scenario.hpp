@@ -22,6 +22,11 @@ struct ErotComponentSetting
     std::optional<uint32_t> minSvn;
     // The side its boot partition record names; unset follows the SMC.
     std::optional<int> bootSide;
+    // Revocation of its signing key and of its older SVNs, on both sides:
+    // 0 none, 1 requested (the next anti-rollback commit completes it),
+    // 2 completed.
+    uint8_t keyRevocation = 0;
+    uint8_t svnRevocation = 0;
 };
 
 // An image pair on the SMC's storage that isn't what a healthy board has.
