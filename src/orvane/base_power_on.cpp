@@ -12,6 +12,8 @@
 #include "utils/i2c_ops.hpp"
 #include "utils/platform/platform.hpp"
 
+#include <erotlib/erot.hpp>
+
 #include <array>
 #include <chrono>
 #include <filesystem>
@@ -280,7 +282,7 @@ bool disableRmInjection()
 void reportManageability()
 {
     uint8_t status = 0;
-    int rc = ErotSetManageabilityFeature(1, 1, status);
+    int rc = erot::ErotSetManageabilityFeature(1, 1, &status);
     const std::string prefix = "[orvane] Fail to access eRoT API - "
                                "ErotSetManageabilityFeature; Return code: ";
     if (rc != 0)

@@ -4,9 +4,6 @@
 #include "orvane/base_power.hpp"
 #include "utils/i2c_ops.hpp"
 
-#include <cerrno>
-#include <mutex>
-#include <utility>
 
 namespace orvane
 {
@@ -22,9 +19,6 @@ using logging::level::INFO;
 // low offset byte leading the data.
 constexpr uint8_t injectionHigh = 0xF2;
 constexpr uint8_t injectionLow = 0x4E;
-
-std::mutex callMutex;
-ManageabilityCall manageabilityCall;
 
 // Bit 0 of the RM register is inverted against the name: 0 enables.
 bool writeAll(bool enable)
@@ -77,27 +71,6 @@ bool SetOamErrorInjection(OrvaneSvcState& state, bool enable)
         state.oamErrorInjection = enable;
     }
     return true;
-}
-
-void SetManageabilityCall(ManageabilityCall call)
-{
-    std::lock_guard lock(callMutex);
-    manageabilityCall = std::move(call);
-}
-
-int ErotSetManageabilityFeature(uint8_t feature, uint8_t value, uint8_t& status)
-{
-    ManageabilityCall call;
-    {
-        std::lock_guard lock(callMutex);
-        call = manageabilityCall;
-    }
-    // Without the eRoT client nothing can carry the request.
-    if (!call)
-    {
-        return -ENOSYS;
-    }
-    return call(feature, value, status);
 }
 
 } // namespace orvane
