@@ -27,9 +27,6 @@ bool DbusReady();
 // BasePowerStatus also goes to the chassis state.
 void set_property(const std::string& name, uint32_t value);
 
-// CurrentPowerState of the chassis, with up to eleven tries 3 s apart.
-void SetChassisCurrentPowerState(bool isOn);
-
 // VR_CONFIG_DIR of VR_Info.<name> ("UBB", "OAM_3").
 std::string GetVrConfigDir(const std::string& name);
 

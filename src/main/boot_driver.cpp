@@ -2,11 +2,14 @@
 
 #include "logging/log_line.hpp"
 #include "orvane/base_attempt_checks.hpp"
-#include "orvane/base_power.hpp"
+#include "orvane/base_power_off.hpp"
+#include "orvane/base_power_on.hpp"
 #include "orvane/hotswap_setup.hpp"
 #include "orvane/power_monitor.hpp"
 #include "orvane/power_service.hpp"
+#include "orvane/sgpio.hpp"
 #include "orvane/standby_power.hpp"
+#include "orvane/warm_boot.hpp"
 #include "secure-boot/secure_boot_service.hpp"
 #include "utils/platform/platform.hpp"
 

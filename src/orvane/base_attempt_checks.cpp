@@ -1,6 +1,6 @@
 #include "orvane/base_attempt_checks.hpp"
 
-#include "board_constants.hpp"
+#include "detail/board_constants.hpp"
 #include "logging/events.hpp"
 #include "logging/log_line.hpp"
 #include "orvane/orvane_svc_state.hpp"
@@ -43,8 +43,7 @@ Reading readFpga(uint8_t reg)
 
 Reading readHotswapGood()
 {
-    return readByte(expanderChannel, moduleIdAddress,
-                    hotswapGoodRegister);
+    return readByte(expanderChannel, moduleIdAddress, hotswapGoodRegister);
 }
 
 void reportFailedRead(Reading& reading, const std::string& name, uint8_t reg,
@@ -59,8 +58,8 @@ void reportFailedRead(Reading& reading, const std::string& name, uint8_t reg,
                        std::to_string(retryCount);
     AddI2CEvent(reading.event,
                 retryCount == 4 ? level::CRITICAL : level::WARNING, text,
-                event == sequence_event::basePowerOn, fpgaChannel,
-                fpgaAddress, reg, 0, nullptr, 1, &reading.value);
+                event == sequence_event::basePowerOn, fpgaChannel, fpgaAddress,
+                reg, 0, nullptr, 1, &reading.value);
 }
 
 void checkCtf(int retryCount, uint32_t event)
@@ -122,8 +121,7 @@ void checkModuleGood(int retryCount, uint32_t event)
 void checkHotswapGood()
 {
     Reading hotswap = readHotswapGood();
-    if (!hotswap.ok || (hotswap.value & hotswapGoodMask) ==
-                           hotswapGoodMask)
+    if (!hotswap.ok || (hotswap.value & hotswapGoodMask) == hotswapGoodMask)
     {
         return;
     }
@@ -153,8 +151,7 @@ void ReportRetryExhausted(int retryCount)
     const std::string retries =
         ",to boot," + std::to_string(retryCount) + " retries";
     Reading hotswap = readHotswapGood();
-    if (hotswap.ok && (hotswap.value & hotswapGoodMask) !=
-                          hotswapGoodMask)
+    if (hotswap.ok && (hotswap.value & hotswapGoodMask) != hotswapGoodMask)
     {
         NvEvent(level::CRITICAL, retryFailOem, "HSC power good" + retries, "",
                 "")

@@ -1,21 +1,22 @@
-#include "board_constants.hpp"
+#include "orvane/base_power_on.hpp"
 
+#include "detail/board_constants.hpp"
 #include "logging/events.hpp"
 #include "logging/log_line.hpp"
-#include "orvane/base_detail.hpp"
-#include "orvane/base_power.hpp"
+#include "orvane/error_injection.hpp"
 #include "orvane/io_expanders.hpp"
 #include "orvane/power_service.hpp"
 #include "orvane/rail_engine.hpp"
-#include "orvane/standby_power.hpp"
+#include "orvane/update_bits.hpp"
+#include "orvane/vr_fault_clear.hpp"
+#include "orvane/warm_boot.hpp"
 #include "utils/gpio_lines.hpp"
 #include "utils/i2c_ops.hpp"
 #include "utils/platform/platform.hpp"
 
-#include <erotlib/erot.hpp>
-
 #include <array>
 #include <chrono>
+#include <erotlib/erot.hpp>
 #include <filesystem>
 #include <iomanip>
 #include <string>
@@ -193,7 +194,7 @@ bool setBits(OrvaneSvcState& state, int channel, uint8_t address, uint8_t reg,
     uint8_t readback = 0;
     uint8_t written = 0;
     if (!UpdateBitsRetry(state, error, tries, channel, address, reg, mask,
-                         readback, written, true, verify, true, label))
+                         written, readback, true, verify, true, label))
     {
         NvEvent(WARNING, unexpected, "", "", "") << failure;
         return false;

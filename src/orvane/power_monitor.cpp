@@ -1,12 +1,11 @@
 #include "orvane/power_monitor.hpp"
 
-#include "board_constants.hpp"
-
+#include "detail/board_constants.hpp"
 #include "logging/events.hpp"
 #include "logging/log_line.hpp"
-#include "orvane/base_detail.hpp"
 #include "orvane/power_service.hpp"
 #include "orvane/rail_engine.hpp"
+#include "orvane/sgpio.hpp"
 #include "utils/i2c_ops.hpp"
 #include "utils/platform/platform.hpp"
 
@@ -44,7 +43,8 @@ constexpr std::array<MonitorEntry, 2> oamRails{rail(12, 0x20, 0x04),
                                                rail(13, 0x10, 0x04)};
 constexpr std::array<MonitorEntry, 2> hotswapAndModule{{
     {17, 0x0F, 0x04, moduleIdAddress, expanderChannel},
-    {sequence_event::module, 0xFF, moduleGoodRegister, fpgaAddress, fpgaChannel},
+    {sequence_event::module, 0xFF, moduleGoodRegister, fpgaAddress,
+     fpgaChannel},
 }};
 
 std::string eventName(uint32_t event)
@@ -221,7 +221,8 @@ void PWRMON_errorHandle(OrvaneSvcState& state)
     const bool retimerRail = event >= 6 && event <= 11;
     const bool oamRail = event == 12 || event == 13;
     // Only hotswap and module faults end base power; lost rails run on.
-    const bool basePower = event == sequence_event::hotswap || event == sequence_event::module;
+    const bool basePower =
+        event == sequence_event::hotswap || event == sequence_event::module;
     if (fpgaRail)
     {
         logging::ReportPowerCritical(true, name);

@@ -1,6 +1,7 @@
 #include "orvane/power_service.hpp"
 
 #include "logging/log_line.hpp"
+#include "orvane/chassis_state.hpp"
 #include "secure-boot/secure_boot_status.hpp"
 #include "utils/dbus_handler.hpp"
 

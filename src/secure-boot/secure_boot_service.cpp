@@ -1,7 +1,7 @@
 #include "secure-boot/secure_boot_service.hpp"
 
 #include "logging/log_line.hpp"
-#include "orvane/standby_power.hpp"
+#include "orvane/standby_stage2.hpp"
 #include "secure-boot/boot_failure.hpp"
 #include "secure-boot/erot_calls.hpp"
 #include "secure-boot/secure_boot_status.hpp"

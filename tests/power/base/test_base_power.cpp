@@ -2,16 +2,18 @@
 
 #include "main/boot_driver.hpp"
 #include "orvane/base_attempt_checks.hpp"
-
-#include "orvane/base_detail.hpp"
-#include "orvane/base_power.hpp"
+#include "orvane/base_power_off.hpp"
+#include "orvane/base_power_on.hpp"
+#include "orvane/error_injection.hpp"
 #include "orvane/io_expanders.hpp"
-#include "orvane/oam_presence.hpp"
+#include "orvane/product_scan.hpp"
+#include "orvane/standby_power_off.hpp"
+#include "orvane/vr_fault_clear.hpp"
 #include "utils/i2c_ops.hpp"
 
 #include <filesystem>
-#include <future>
 #include <fstream>
+#include <future>
 #include <sstream>
 
 #include <gmock/gmock.h>
@@ -362,20 +364,19 @@ TEST(SupervisingLoop, FourHotswapFailuresSpendTheBudget)
     b.standbyState();
     UbbProduct ubb(productKV35);
     BootTimes times;
-    std::future<bool> copy = std::async(std::launch::deferred, [] {
-        return false;
-    });
+    std::future<bool> copy =
+        std::async(std::launch::deferred, [] { return false; });
 
-    std::string out = console(
-        [&] { RunSupervisingLoop(b.state, times, {}, copy); });
+    std::string out =
+        console([&] { RunSupervisingLoop(b.state, times, {}, copy); });
 
     EXPECT_EQ(b.state.sequenceEvent, sequence_event::hotswap);
     EXPECT_THAT(b.events("Fail to receive Hotswap controller Power good."),
                 SizeIs(4));
     EXPECT_THAT(b.fx.fake.zellib.calls(ZellibCall::Kind::i2cLog), IsEmpty());
     std::vector<std::string> retries;
-    for (const ZellibCall& call : b.events("Power Sequence: ",
-                                           "OrvaneSvcUnexpected"))
+    for (const ZellibCall& call :
+         b.events("Power Sequence: ", "OrvaneSvcUnexpected"))
     {
         if (call.message.find("equence") != std::string::npos &&
             call.message.find("Hotswap") == std::string::npos)
@@ -413,9 +414,9 @@ TEST(BaseAttemptChecks, CtfBeforeBasePowerAndFailedReads)
         CheckAfterBaseAttempt(0, sequence_event::basePowerOn);
     });
     std::vector<std::string> ctf;
-    for (const auto& call : eventsWithId(
-             fake.zellib,
-             "ResourceEvent.1.2.1.TemperatureAssertCriticalFaultOEM"))
+    for (const auto& call :
+         eventsWithId(fake.zellib,
+                      "ResourceEvent.1.2.1.TemperatureAssertCriticalFaultOEM"))
     {
         ctf.push_back(call.arg1);
     }
