@@ -24,14 +24,10 @@ bool PWRMON_PwrGd_Chk(OrvaneSvcState& state,
                       std::span<const MonitorEntry> list);
 void PWRMON_errorHandle(OrvaneSvcState& state);
 
-// 1 when no fault bit is set, 0 otherwise.
-int ReadUbbFpgaSgpio(OrvaneSvcState& state);
-// 0 no fault, 1 a fault was cleared, 2 clearing failed, -1 read failed.
-int ReadSmcFpgaSgpio();
-void InitSmcFpgaSgpio();
-void InitUbbFpgaSgpio();
-
-// Nonzero when no RM reports an eFuse fault.
-uint32_t CheckRmEfuseFault(OrvaneSvcState& state);
+namespace detail
+{
+// One round of the monitor, after its pause.
+void PowerMonitorRound(OrvaneSvcState& state);
+} // namespace detail
 
 } // namespace orvane

@@ -30,18 +30,6 @@ bool EnableRails(OrvaneSvcState& state, int& errorCode, RailList rails,
 // The name of a rail or stage event; false for a number without one.
 bool GetEventName(uint32_t event, std::string& name);
 
-// One-try read-modify-write: OR `mask` in when `on`, AND it otherwise.
-bool UpdateBits(OrvaneSvcState& state, int& errorCode, int channel,
-                uint8_t address, uint8_t reg, uint8_t mask, uint8_t& written,
-                uint8_t& readback, bool on, bool verify);
-
-// The same through the retrying transfer, `tries` attempts per transfer.
-// `check` is whether the transfers report their failures.
-bool UpdateBitsRetry(OrvaneSvcState& state, int& errorCode, int tries,
-                     int channel, uint8_t address, uint8_t reg, uint8_t mask,
-                     uint8_t& readback, uint8_t& written, bool on, bool verify,
-                     bool check, const std::string& label);
-
 // Polls a power good register (no sleep) until any bit of `mask` is set
 // (`on`) or all are clear, for up to 2000 ms. `value` is the masked reading.
 bool WaitPowerGood(OrvaneSvcState& state, int& errorCode, int channel,

@@ -54,6 +54,11 @@ std::string asText(const std::string& value)
     return "\"" + value + "\"";
 }
 
+std::string asText(bool value)
+{
+    return value ? "true" : "false";
+}
+
 std::string asText(const std::vector<std::string>& values)
 {
     std::string text;
@@ -110,6 +115,28 @@ struct Neighbours::Impl
     Service& open(const char* name);
     void serveFruDevice();
     void serveMapper();
+    // A service of one read-write property, whose writes are recorded as
+    // calls.
+    template <typename T>
+    void serveProperty(const char* serviceName, const char* path,
+                       const char* interface, const char* name, T& value)
+    {
+        Service& service = open(serviceName);
+        sdbus::IObject& object = service.object(path);
+        object.registerProperty(name)
+            .onInterface(interface)
+            .withGetter([this, &value]() {
+                std::lock_guard lock(mutex);
+                return value;
+            })
+            .withSetter([this, serviceName, name, &value](const T& next) {
+                record(serviceName, name, asText(next), true);
+                std::lock_guard lock(mutex);
+                value = next;
+            });
+        object.finishRegistration();
+        service.connection->requestName(serviceName);
+    }
     void serveChassis();
     void serveUpdater();
     void serveRm();
@@ -209,41 +236,14 @@ void Neighbours::Impl::serveMapper()
 
 void Neighbours::Impl::serveChassis()
 {
-    Service& service = open(chassisService);
-    sdbus::IObject& chassis = service.object(chassisPath);
-    chassis.registerProperty("CurrentPowerState")
-        .onInterface(chassisInterface)
-        .withGetter([this]() {
-            std::lock_guard lock(mutex);
-            return chassisState;
-        })
-        .withSetter([this](const std::string& state) {
-            record(chassisService, "CurrentPowerState", asText(state), true);
-            std::lock_guard lock(mutex);
-            chassisState = state;
-        });
-    chassis.finishRegistration();
-    service.connection->requestName(chassisService);
+    serveProperty(chassisService, chassisPath, chassisInterface,
+                  "CurrentPowerState", chassisState);
 }
 
 void Neighbours::Impl::serveUpdater()
 {
-    Service& service = open(updaterService);
-    sdbus::IObject& updater = service.object(updaterPath);
-    updater.registerProperty("SMCUpdateOnGoing")
-        .onInterface(updaterInterface)
-        .withGetter([this]() {
-            std::lock_guard lock(mutex);
-            return updateOnGoing;
-        })
-        .withSetter([this](bool onGoing) {
-            record(updaterService, "SMCUpdateOnGoing",
-                   onGoing ? "true" : "false", true);
-            std::lock_guard lock(mutex);
-            updateOnGoing = onGoing;
-        });
-    updater.finishRegistration();
-    service.connection->requestName(updaterService);
+    serveProperty(updaterService, updaterPath, updaterInterface,
+                  "SMCUpdateOnGoing", updateOnGoing);
 }
 
 // ---- RM ---------------------------------------------------------------------

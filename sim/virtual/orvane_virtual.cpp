@@ -3,7 +3,6 @@
 
 #include "common/sim_env.hpp"
 #include "main/orvane_main.hpp"
-#include "main/power_boot_ops.hpp"
 #include "utils/platform/platform.hpp"
 #include "virtual/event_log.hpp"
 #include "virtual/virtual_gpio.hpp"
@@ -46,9 +45,10 @@ int main()
     seams.journal = &journal;
     seams.zellib = &zellib;
     seams.retimer = &retimer;
+    // The emulated eRoT serves MCTP on the board's private bus.
+    seams.erot = &erot::ErotTransportSendRecv;
     orvane::platform::install(seams);
 
-    static orvane::PowerBootOps ops;
     static std::string shmName = env->shmName;
-    orvane::OrvaneMain(ops, shmName.c_str());
+    orvane::OrvaneMain(shmName.c_str());
 }

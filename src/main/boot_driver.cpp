@@ -1,7 +1,16 @@
 #include "main/boot_driver.hpp"
 
 #include "logging/log_line.hpp"
-#include "main/register_checks.hpp"
+#include "orvane/base_attempt_checks.hpp"
+#include "orvane/base_power_off.hpp"
+#include "orvane/base_power_on.hpp"
+#include "orvane/hotswap_setup.hpp"
+#include "orvane/power_monitor.hpp"
+#include "orvane/power_service.hpp"
+#include "orvane/sgpio.hpp"
+#include "orvane/standby_power.hpp"
+#include "orvane/warm_boot.hpp"
+#include "secure-boot/secure_boot_service.hpp"
 #include "utils/platform/platform.hpp"
 
 #include <chrono>
@@ -50,16 +59,17 @@ void raiseRetryEvent(int retryCount)
 }
 
 // Everything up to base power; false when the boot stops there.
-bool RunStandby(BootOps& ops, OrvaneSvcState& state, sem_t* semaphore,
-                SteadyTime zero, BootTimes& times,
-                ComponentTimes& componentTimes)
+bool RunStandby(OrvaneSvcState& state, sem_t* semaphore, SteadyTime zero,
+                BootTimes& times, ComponentTimes& componentTimes,
+                SecureBootService*& service)
 {
-    std::thread(&BootOps::RunDbusService, &ops, std::ref(state)).detach();
-    uint32_t standbyOne = ops.Stby_Pwr_on_Sqnc_1(state);
-    bool warmGood = ops.CheckWarmBootPowerGood(state) != 0;
-    ops.CreateSecureBootService(semaphore, warmGood);
-    ops.UbbVrUpdate();
-    if (standbyOne == 0 || ops.Stby_Pwr_on_FpgaRail(state) == 0)
+    std::thread(RunDbusService, std::ref(state)).detach();
+    uint32_t standbyOne = Stby_Pwr_on_Sqnc_1(state);
+    bool warmGood = CheckWarmBootPowerGood(state) != 0;
+    // Never freed: the copy task and the D-Bus methods outlive the boot.
+    service = new SecureBootService(semaphore, warmGood);
+    service->runUbbVrUpdate();
+    if (standbyOne == 0 || Stby_Pwr_on_FpgaRail(state) == 0)
     {
         ConsoleLog(level::ERR) << "Standby power sequence 1 error";
         sem_post(semaphore);
@@ -67,14 +77,14 @@ bool RunStandby(BootOps& ops, OrvaneSvcState& state, sem_t* semaphore,
         stopSequencing();
         return false;
     }
-    ops.RunSecureBoot(state);
+    service->runSecureBoot(state);
     times.secureBootSeconds = secondsSince(zero);
     if (!warmGood)
     {
-        ops.CollectComponentTimes(componentTimes);
+        service->getComponentTimes(componentTimes);
     }
-    std::thread(&BootOps::PowerMonitor, &ops, std::ref(state)).detach();
-    if (ops.Stby_Pwr_on_Sqnc_3(state) == 0)
+    std::thread(PowerMonitor, std::ref(state)).detach();
+    if (Stby_Pwr_on_Sqnc_3(state) == 0)
     {
         // The semaphore stays taken: only the firmware copy, which now
         // never starts, would have posted it.
@@ -88,23 +98,25 @@ bool RunStandby(BootOps& ops, OrvaneSvcState& state, sem_t* semaphore,
 
 } // namespace
 
-void RunBoot(BootOps& ops, OrvaneSvcState& state, sem_t* semaphore)
+void RunBoot(OrvaneSvcState& state, sem_t* semaphore)
 {
     sem_wait(semaphore);
     ConsoleLog(level::INFO) << "*** Enter Boot Critical Section. ***";
     SteadyTime zero = now();
     BootTimes times;
     ComponentTimes componentTimes;
-    if (!RunStandby(ops, state, semaphore, zero, times, componentTimes))
+    SecureBootService* service = nullptr;
+    if (!RunStandby(state, semaphore, zero, times, componentTimes, service))
     {
         return;
     }
     std::future<bool> copyTask =
-        std::async(std::launch::async, &BootOps::ParallelTask, &ops, semaphore);
-    RunSupervisingLoop(ops, state, times, componentTimes, copyTask);
+        std::async(std::launch::async, &SecureBootService::parallelTask,
+                   service, semaphore);
+    RunSupervisingLoop(state, times, componentTimes, copyTask);
 }
 
-void RunSupervisingLoop(BootOps& ops, OrvaneSvcState& state, BootTimes& times,
+void RunSupervisingLoop(OrvaneSvcState& state, BootTimes& times,
                         const ComponentTimes& componentTimes,
                         std::future<bool>& copyTask)
 {
@@ -112,7 +124,7 @@ void RunSupervisingLoop(BootOps& ops, OrvaneSvcState& state, BootTimes& times,
     while (true)
     {
         SteadyTime attemptStart = now();
-        if (ops.Base_Pwr_on_Sqnc(state) != 0)
+        if (Base_Pwr_on_Sqnc(state) != 0)
         {
             retryCount = 0;
         }
@@ -130,8 +142,8 @@ void RunSupervisingLoop(BootOps& ops, OrvaneSvcState& state, BootTimes& times,
             PrintBootTimeReport(times, componentTimes);
             CollectCopyResult(copyTask);
         }
-        ops.Base_Pwr_off_Sqnc(state);
-        if (ops.CheckRmEfuseFault(state) == 0)
+        Base_Pwr_off_Sqnc(state);
+        if (CheckRmEfuseFault(state) == 0)
         {
             ConsoleLog(level::ERR)
                 << "An eFuse status fault is detected, aborting the power "

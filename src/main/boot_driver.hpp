@@ -1,6 +1,5 @@
 #pragma once
 
-#include "main/boot_ops.hpp"
 #include "main/boot_report.hpp"
 #include "orvane/orvane_svc_state.hpp"
 
@@ -13,11 +12,11 @@ namespace orvane
 // secure boot, then base power under the supervising loop. Returns when the
 // daemon must stop sequencing ("Power Sequence Stop"); the caller then
 // enters the end state. The state must outlive every thread started here.
-void RunBoot(BootOps& ops, OrvaneSvcState& state, sem_t* semaphore);
+void RunBoot(OrvaneSvcState& state, sem_t* semaphore);
 
 // The supervising loop: base power-on attempts with a budget of three
 // re-sequences, the hold of a running board, and the final report.
-void RunSupervisingLoop(BootOps& ops, OrvaneSvcState& state, BootTimes& times,
+void RunSupervisingLoop(OrvaneSvcState& state, BootTimes& times,
                         const ComponentTimes& componentTimes,
                         std::future<bool>& copyTask);
 

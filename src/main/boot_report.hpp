@@ -1,6 +1,6 @@
 #pragma once
 
-#include "main/boot_ops.hpp"
+#include "secure-boot/secure_boot_service.hpp"
 
 #include <future>
 

@@ -6,13 +6,13 @@
 namespace orvane
 {
 
-void OrvaneMain(BootOps& ops, const char* shmName)
+void OrvaneMain(const char* shmName)
 {
     sem_t* semaphore = OpenSecureShm(shmName);
     // On this stack for the life of the process, which never returns from
     // here: the D-Bus thread and the power monitor hold references to it.
     OrvaneSvcState state;
-    RunBoot(ops, state, semaphore);
+    RunBoot(state, semaphore);
     EnterEndState();
 }
 

@@ -1,12 +1,10 @@
 #pragma once
 
-#include "main/boot_ops.hpp"
-
 namespace orvane
 {
 
 // The daemon's life after the platform seams are installed: never returns.
 // The shared memory name differs only where several boards share a machine.
-[[noreturn]] void OrvaneMain(BootOps& ops, const char* shmName);
+[[noreturn]] void OrvaneMain(const char* shmName);
 
 } // namespace orvane

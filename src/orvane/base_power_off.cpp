@@ -1,11 +1,12 @@
-#include "board_constants.hpp"
+#include "orvane/base_power_off.hpp"
 
+#include "detail/board_constants.hpp"
 #include "logging/events.hpp"
 #include "logging/log_line.hpp"
-#include "orvane/base_detail.hpp"
-#include "orvane/base_power.hpp"
+#include "orvane/base_power_on.hpp"
 #include "orvane/power_service.hpp"
 #include "orvane/rail_engine.hpp"
+#include "orvane/update_bits.hpp"
 #include "utils/gpio_lines.hpp"
 #include "utils/i2c_ops.hpp"
 #include "utils/platform/platform.hpp"
@@ -226,7 +227,7 @@ bool hostPowerGoodStage(OrvaneSvcState& state, uint8_t prsnt)
     uint8_t readback = 0;
     uint8_t written = 0;
     if (!UpdateBitsRetry(state, error, tries, fpgaChannel, fpgaAddress,
-                         hostGoodRegister, prsnt, readback, written, false,
+                         hostGoodRegister, prsnt, written, readback, false,
                          true, true,
                          "Power Sequence Base Power Off: disable Host Power "
                          "good"))
@@ -267,7 +268,7 @@ bool hotswapStage(OrvaneSvcState& state)
     uint8_t readback = 0;
     uint8_t written = 0;
     if (!UpdateBitsRetry(state, error, tries, smcChannel, smcAddress, 0x09,
-                         0xFE, readback, written, false, false, true,
+                         0xFE, written, readback, false, false, true,
                          "Power Sequence Base Power Off: disable Hotswap "
                          "controller"))
     {

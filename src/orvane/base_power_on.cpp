@@ -1,19 +1,22 @@
-#include "board_constants.hpp"
+#include "orvane/base_power_on.hpp"
 
+#include "detail/board_constants.hpp"
 #include "logging/events.hpp"
 #include "logging/log_line.hpp"
-#include "orvane/base_detail.hpp"
-#include "orvane/base_power.hpp"
+#include "orvane/error_injection.hpp"
 #include "orvane/io_expanders.hpp"
 #include "orvane/power_service.hpp"
 #include "orvane/rail_engine.hpp"
-#include "orvane/standby_power.hpp"
+#include "orvane/update_bits.hpp"
+#include "orvane/vr_fault_clear.hpp"
+#include "orvane/warm_boot.hpp"
 #include "utils/gpio_lines.hpp"
 #include "utils/i2c_ops.hpp"
 #include "utils/platform/platform.hpp"
 
 #include <array>
 #include <chrono>
+#include <erotlib/erot.hpp>
 #include <filesystem>
 #include <iomanip>
 #include <string>
@@ -191,7 +194,7 @@ bool setBits(OrvaneSvcState& state, int channel, uint8_t address, uint8_t reg,
     uint8_t readback = 0;
     uint8_t written = 0;
     if (!UpdateBitsRetry(state, error, tries, channel, address, reg, mask,
-                         readback, written, true, verify, true, label))
+                         written, readback, true, verify, true, label))
     {
         NvEvent(WARNING, unexpected, "", "", "") << failure;
         return false;
@@ -280,7 +283,7 @@ bool disableRmInjection()
 void reportManageability()
 {
     uint8_t status = 0;
-    int rc = ErotSetManageabilityFeature(1, 1, status);
+    int rc = erot::ErotSetManageabilityFeature(1, 1, &status);
     const std::string prefix = "[orvane] Fail to access eRoT API - "
                                "ErotSetManageabilityFeature; Return code: ";
     if (rc != 0)

@@ -1,9 +1,8 @@
+#include "orvane/chassis_state.hpp"
+
 #include "logging/log_line.hpp"
-#include "orvane/power_service.hpp"
 #include "utils/platform/platform.hpp"
 #include "utils/sd_bus_call.hpp"
-
-#include <systemd/sd-bus.h>
 
 #include <string>
 
@@ -24,49 +23,22 @@ constexpr const char* chassisInterface = "xyz.openbmc_project.State.Chassis";
 constexpr int chassisTries = 11;
 constexpr unsigned chassisRetrySeconds = 3;
 
-// "<call>: <error name>: <error message>".
-std::string describe(const char* call, int result, sd_bus_error& error)
-{
-    if (!sd_bus_error_is_set(&error))
-    {
-        sd_bus_error_set_errno(&error, -result);
-    }
-    std::string text = call;
-    text += ": ";
-    text += error.name != nullptr ? error.name : "";
-    text += ": ";
-    text += error.message != nullptr ? error.message : "";
-    return text;
-}
-
 // One try on a connection of its own. Empty on success, otherwise why not.
 std::string trySetPowerState(const char* powerState)
 {
     SdBusCall call;
-    int r = sd_bus_open_system(&call.bus);
-    if (r < 0)
+    int r = OpenMethodCall(call, chassisService, chassisPath,
+                           "org.freedesktop.DBus.Properties", "Set");
+    if (r >= 0)
     {
-        return describe("sd_bus_open_system", r, call.error);
+        r = AppendArguments(call, "ssv", chassisInterface, "CurrentPowerState",
+                            "s", powerState);
     }
-    r = sd_bus_message_new_method_call(
-        call.bus, &call.message, chassisService, chassisPath,
-        "org.freedesktop.DBus.Properties", "Set");
-    if (r < 0)
+    if (r >= 0)
     {
-        return describe("sd_bus_message_new_method_call", r, call.error);
+        r = SendMethodCall(call);
     }
-    r = sd_bus_message_append(call.message, "ssv", chassisInterface,
-                              "CurrentPowerState", "s", powerState);
-    if (r < 0)
-    {
-        return describe("sd_bus_message_append", r, call.error);
-    }
-    r = sd_bus_call(call.bus, call.message, 0, &call.error, &call.reply);
-    if (r < 0)
-    {
-        return describe("sd_bus_call", r, call.error);
-    }
-    return {};
+    return r < 0 ? DescribeFailure(call, r) : std::string();
 }
 
 } // namespace

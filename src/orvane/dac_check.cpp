@@ -1,8 +1,8 @@
-#include "board_constants.hpp"
+#include "orvane/dac_check.hpp"
 
+#include "detail/board_constants.hpp"
 #include "logging/log_line.hpp"
-#include "orvane/hotswap_setup.hpp"
-#include "orvane/oam_presence.hpp"
+#include "orvane/product_scan.hpp"
 #include "utils/i2c_ops.hpp"
 #include "utils/platform/platform.hpp"
 

@@ -1,12 +1,13 @@
 #include "orvane/hotswap_setup.hpp"
 
-#include "board_constants.hpp"
-#include "hex_text.hpp"
-
+#include "detail/board_constants.hpp"
 #include "logging/log_line.hpp"
 #include "orvane/power_service.hpp"
+#include "orvane/rail_engine.hpp"
 #include "orvane/rail_tables.hpp"
+#include "orvane/update_bits.hpp"
 #include "utils/dbus_handler.hpp"
+#include "utils/hex_text.hpp"
 #include "utils/i2c_ops.hpp"
 #include "utils/platform/platform.hpp"
 
@@ -95,15 +96,15 @@ bool setUpHotswap(OrvaneSvcState& state, const Hotswap& device)
     uint8_t written = 0;
     if (!UpdateBitsRetry(state, errorCode, tries, hotswapChannel,
                          device.soaAddress, soaRegister, device.soaMask,
-                         readBack, written, true, true, true, label))
+                         written, readBack, true, true, true, label))
     {
         NvEvent(WARNING, unexpected, "", "", "")
             << "Power Sequence: [Standby power-on] Fail to  set SOA limit on "
             << device.event << " UBB HSWAP register 0xd1.";
         return false;
     }
-    ConsoleLog(INFO) << device.setText << standby::hex(written);
-    ConsoleLog(INFO) << device.readText << standby::hex(readBack);
+    ConsoleLog(INFO) << device.setText << HexText(written);
+    ConsoleLog(INFO) << device.readText << HexText(readBack);
 
     // Low byte first. A sense value that doesn't take only skews readings.
     std::array<uint8_t, 2> sense{static_cast<uint8_t>(device.sense & 0xFF),

@@ -1,9 +1,9 @@
 #include "orvane/io_expanders.hpp"
 
-#include "board_constants.hpp"
-
+#include "detail/board_constants.hpp"
 #include "logging/log_line.hpp"
-#include "orvane/oam_presence.hpp"
+#include "orvane/product_scan.hpp"
+#include "utils/hex_text.hpp"
 #include "utils/i2c_ops.hpp"
 
 #include <array>
@@ -70,13 +70,6 @@ class ValueAndEvent
     int* code;
 };
 
-std::string hex2(uint8_t value)
-{
-    std::ostringstream text;
-    text << std::hex << std::setw(2) << std::setfill('0') << unsigned{value};
-    return text.str();
-}
-
 // One write of `length` bytes from the shared value; false when it failed.
 bool write(ValueAndEvent& slot, uint8_t address, uint8_t reg, uint8_t length,
            const std::string& label)
@@ -88,8 +81,9 @@ bool write(ValueAndEvent& slot, uint8_t address, uint8_t reg, uint8_t length,
 
 bool setOpenDrain(ValueAndEvent& slot, uint8_t address, uint8_t value)
 {
-    const std::string where = "all banks 0x" + hex2(address) + " register 0x" +
-                              hex2(openDrainRegister) + " to open drain";
+    const std::string where = "all banks 0x" + HexText(address, 2) +
+                              " register 0x" + HexText(openDrainRegister, 2) +
+                              " to open drain";
     slot.bytes()[0] = value;
     if (write(slot, address, openDrainRegister, 1,
               "Power Sequence Base Power IO_Expander set " + where))
@@ -107,8 +101,9 @@ bool setOutputs(ValueAndEvent& slot, uint8_t address,
     bool result = true;
     for (size_t i = 0; i < count; ++i)
     {
-        const std::string where = "bank 0x" + hex2(address) + " register 0x" +
-                                  hex2(registers[i]) + " to output";
+        const std::string where = "bank 0x" + HexText(address, 2) +
+                                  " register 0x" + HexText(registers[i], 2) +
+                                  " to output";
         slot.bytes()[0] = 0x00;
         if (!write(slot, address, registers[i], 1,
                    "Power Sequence Base Power IO_Expander set " + where))

@@ -1,9 +1,9 @@
 #include "orvane/oam_presence.hpp"
 
-#include "board_constants.hpp"
-#include "hex_text.hpp"
-
+#include "detail/board_constants.hpp"
 #include "logging/log_line.hpp"
+#include "orvane/product_scan.hpp"
+#include "utils/hex_text.hpp"
 #include "utils/i2c_ops.hpp"
 #include "utils/platform/platform.hpp"
 
@@ -107,7 +107,7 @@ void WriteOamPresence(OrvaneSvcState&)
     if (!makeDirectory("/run/oam") ||
         !writeText("/run/oam/oamcount",
                    std::to_string(std::popcount(mask)) + "\n") ||
-        !writeText("/run/oam/oammask", standby::hex2(mask) + "\n") ||
+        !writeText("/run/oam/oammask", HexText(mask, 2) + "\n") ||
         !makeDirectory("/run/oam/oampresent"))
     {
         return;
@@ -136,7 +136,7 @@ void DetectPhysicalMissing(OrvaneSvcState&)
         return;
     }
     ConsoleLog(INFO) << "Read OAM PRSNT signal to detect OAM. Value: 0x"
-                     << standby::hex(value);
+                     << HexText(value);
     if (value == 0)
     {
         ConsoleLog(INFO) << "All the OAM are installed.";

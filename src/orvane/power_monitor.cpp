@@ -1,12 +1,11 @@
 #include "orvane/power_monitor.hpp"
 
-#include "board_constants.hpp"
-
+#include "detail/board_constants.hpp"
 #include "logging/events.hpp"
 #include "logging/log_line.hpp"
-#include "orvane/base_detail.hpp"
 #include "orvane/power_service.hpp"
 #include "orvane/rail_engine.hpp"
+#include "orvane/sgpio.hpp"
 #include "utils/i2c_ops.hpp"
 #include "utils/platform/platform.hpp"
 
@@ -24,8 +23,6 @@ using logging::level::ERR;
 using logging::level::INFO;
 
 using namespace board;
-
-constexpr uint32_t moduleEvent = 18;
 
 // A power good bit of the SMC FPGA's expander image.
 constexpr MonitorEntry rail(uint32_t event, uint8_t mask, uint8_t reg)
@@ -46,7 +43,8 @@ constexpr std::array<MonitorEntry, 2> oamRails{rail(12, 0x20, 0x04),
                                                rail(13, 0x10, 0x04)};
 constexpr std::array<MonitorEntry, 2> hotswapAndModule{{
     {17, 0x0F, 0x04, moduleIdAddress, expanderChannel},
-    {moduleEvent, 0xFF, moduleGoodRegister, fpgaAddress, fpgaChannel},
+    {sequence_event::module, 0xFF, moduleGoodRegister, fpgaAddress,
+     fpgaChannel},
 }};
 
 std::string eventName(uint32_t event)
@@ -190,7 +188,7 @@ bool PWRMON_PwrGd_Chk(OrvaneSvcState& state, std::span<const MonitorEntry> list)
         int error = 0;
         uint8_t value = 0;
         bool good = false;
-        if (entry.event == moduleEvent)
+        if (entry.event == sequence_event::module)
         {
             good = moduleGood(state, entry, error, value);
         }
@@ -223,7 +221,8 @@ void PWRMON_errorHandle(OrvaneSvcState& state)
     const bool retimerRail = event >= 6 && event <= 11;
     const bool oamRail = event == 12 || event == 13;
     // Only hotswap and module faults end base power; lost rails run on.
-    const bool basePower = event == 17 || event == moduleEvent;
+    const bool basePower =
+        event == sequence_event::hotswap || event == sequence_event::module;
     if (fpgaRail)
     {
         logging::ReportPowerCritical(true, name);

@@ -1,6 +1,8 @@
 #include "orvane/power_service.hpp"
 
 #include "logging/log_line.hpp"
+#include "orvane/chassis_state.hpp"
+#include "secure-boot/secure_boot_status.hpp"
 #include "utils/dbus_handler.hpp"
 
 #include <sdbus-c++/sdbus-c++.h>
@@ -10,7 +12,6 @@
 #include <exception>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -58,13 +59,6 @@ constexpr std::array<const char*, 4> vrDetailProperties{
     "Name", "Model", "VRSlaveAddr", "Writecycles"};
 
 std::atomic<bool> dbusReady{false};
-
-std::mutex registrationMutex;
-std::vector<ServiceRegistration>& registrations()
-{
-    static std::vector<ServiceRegistration> pending;
-    return pending;
-}
 
 // Everything the D-Bus thread publishes. The values are read and written
 // only by that thread's event loop, so they need no lock.
@@ -172,25 +166,17 @@ void publishVrInfo(Published& published, sdbus::IConnection& connection,
     }
 }
 
-// The interfaces other parts of the daemon publish on this connection. One
-// that fails is logged and left out; the power state stays published.
+// The secure boot interfaces on this connection. A failure is logged and
+// left out; the power state stays published.
 void runRegistrations(sdbus::IConnection& connection)
 {
-    std::vector<ServiceRegistration> pending;
+    try
     {
-        std::lock_guard lock(registrationMutex);
-        pending = registrations();
+        RegisterSecureBootStatus(connection);
     }
-    for (const ServiceRegistration& registration : pending)
+    catch (const std::exception& e)
     {
-        try
-        {
-            registration(connection);
-        }
-        catch (const std::exception& e)
-        {
-            ConsoleLog(ERR) << "Dbus service registration fail: " << e.what();
-        }
+        ConsoleLog(ERR) << "Dbus service registration fail: " << e.what();
     }
 }
 
@@ -289,12 +275,6 @@ std::string GetVrConfigDir(const std::string& name)
 {
     return GetBusProperty(vrInfoPath, std::string(vrInfoInterface) + "." + name,
                           "VR_CONFIG_DIR");
-}
-
-void AddServiceRegistration(ServiceRegistration registration)
-{
-    std::lock_guard lock(registrationMutex);
-    registrations().push_back(std::move(registration));
 }
 
 } // namespace orvane

@@ -1,7 +1,7 @@
-#include "board_constants.hpp"
+#include "orvane/product_scan.hpp"
 
+#include "detail/board_constants.hpp"
 #include "logging/log_line.hpp"
-#include "orvane/oam_presence.hpp"
 #include "utils/platform/platform.hpp"
 #include "utils/sd_bus_call.hpp"
 
@@ -47,60 +47,22 @@ constexpr std::array<ProductName, 9> productNames{{
     {" KV38 ", productKV38},
 }};
 
-// "<error name>: <error message>" of a failed call.
-std::string describe(int result, sd_bus_error& error)
-{
-    if (!sd_bus_error_is_set(&error))
-    {
-        sd_bus_error_set_errno(&error, -result);
-    }
-    std::string text = error.name != nullptr ? error.name : "";
-    text += ": ";
-    text += error.message != nullptr ? error.message : "";
-    return text;
-}
-
 // Calls one method on a private connection; empty on success, else why not.
 template <typename... Args>
 std::string callMethod(SdBusCall& call, const char* service, const char* path,
                        const char* interface, const char* member,
                        const char* signature, Args... args)
 {
-    int r = sd_bus_open_system(&call.bus);
+    int r = OpenMethodCall(call, service, path, interface, member);
     if (r >= 0)
     {
-        r = sd_bus_call_method(call.bus, service, path, interface, member,
-                               &call.error, &call.reply, signature, args...);
+        r = AppendArguments(call, signature, args...);
     }
-    return r < 0 ? describe(r, call.error) : std::string();
-}
-
-// The object paths of a GetSubTree reply: a{sa{sas}}.
-int readPaths(sd_bus_message* reply, std::vector<std::string>& paths)
-{
-    int r =
-        sd_bus_message_enter_container(reply, SD_BUS_TYPE_ARRAY, "{sa{sas}}");
-    while (r > 0)
+    if (r >= 0)
     {
-        r = sd_bus_message_enter_container(reply, SD_BUS_TYPE_DICT_ENTRY,
-                                           "sa{sas}");
-        if (r <= 0)
-        {
-            break;
-        }
-        const char* path = nullptr;
-        r = sd_bus_message_read(reply, "s", &path);
-        if (r >= 0)
-        {
-            paths.emplace_back(path);
-            r = sd_bus_message_skip(reply, "a{sas}");
-        }
-        if (r >= 0)
-        {
-            r = sd_bus_message_exit_container(reply);
-        }
+        r = SendMethodCall(call);
     }
-    return r;
+    return r < 0 ? ErrorText(call, r) : std::string();
 }
 
 std::optional<std::vector<std::string>> fruPaths()
@@ -114,10 +76,10 @@ std::optional<std::vector<std::string>> fruPaths()
     std::vector<std::string> paths;
     if (failure.empty())
     {
-        int r = readPaths(call.reply, paths);
+        int r = ReadSubTreePaths(call.reply, paths);
         if (r < 0)
         {
-            failure = describe(r, call.error);
+            failure = ErrorText(call, r);
         }
     }
     if (!failure.empty())
@@ -130,38 +92,6 @@ std::optional<std::vector<std::string>> fruPaths()
     return paths;
 }
 
-// PRODUCT_PRODUCT_NAME out of a GetAll reply: a{sv}. Empty when missing.
-int readProductName(sd_bus_message* reply, std::string& name)
-{
-    int r = sd_bus_message_enter_container(reply, SD_BUS_TYPE_ARRAY, "{sv}");
-    while (r > 0)
-    {
-        r = sd_bus_message_enter_container(reply, SD_BUS_TYPE_DICT_ENTRY, "sv");
-        if (r <= 0)
-        {
-            break;
-        }
-        const char* key = nullptr;
-        r = sd_bus_message_read(reply, "s", &key);
-        if (r >= 0 && std::strcmp(key, "PRODUCT_PRODUCT_NAME") == 0 &&
-            sd_bus_message_verify_type(reply, SD_BUS_TYPE_VARIANT, "s") > 0)
-        {
-            const char* text = nullptr;
-            r = sd_bus_message_read(reply, "v", "s", &text);
-            name = r >= 0 ? text : "";
-        }
-        else if (r >= 0)
-        {
-            r = sd_bus_message_skip(reply, "v");
-        }
-        if (r >= 0)
-        {
-            r = sd_bus_message_exit_container(reply);
-        }
-    }
-    return r;
-}
-
 std::optional<std::string> productName(const std::string& path)
 {
     SdBusCall call;
@@ -171,10 +101,10 @@ std::optional<std::string> productName(const std::string& path)
     std::string name;
     if (failure.empty())
     {
-        int r = readProductName(call.reply, name);
+        int r = ReadStringProperty(call.reply, "PRODUCT_PRODUCT_NAME", name);
         if (r < 0)
         {
-            failure = describe(r, call.error);
+            failure = ErrorText(call, r);
         }
     }
     if (!failure.empty())

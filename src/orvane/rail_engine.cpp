@@ -1,9 +1,10 @@
 #include "orvane/rail_engine.hpp"
 
-#include "board_constants.hpp"
-
+#include "detail/board_constants.hpp"
 #include "logging/events.hpp"
 #include "logging/log_line.hpp"
+#include "orvane/update_bits.hpp"
+#include "utils/hex_text.hpp"
 #include "utils/i2c_ops.hpp"
 #include "utils/platform/platform.hpp"
 
@@ -119,13 +120,6 @@ std::string eventName(uint32_t event)
     return name;
 }
 
-std::string hex(unsigned value, int digits)
-{
-    std::ostringstream text;
-    text << std::hex << std::setw(digits) << std::setfill('0') << value;
-    return text.str();
-}
-
 // Where one rail's attempt stopped, and the bytes its enable write left.
 struct Attempt
 {
@@ -159,9 +153,9 @@ Attempt switchOnce(OrvaneSvcState& state, int& errorCode, const RailEntry& rail,
         attempt.outcome = Attempt::Outcome::enableFailed;
         return attempt;
     }
-    ConsoleLog(INFO) << "Addr 0x" << hex(target.address, 4) << " Bank 0x"
-                     << hex(target.bank, 2) << " Value is 0x"
-                     << hex(attempt.readback, 2);
+    ConsoleLog(INFO) << "Addr 0x" << HexText(target.address, 4) << " Bank 0x"
+                     << HexText(target.bank, 2) << " Value is 0x"
+                     << HexText(attempt.readback, 2);
     platform::sleepMilliseconds(settleMilliseconds);
     uint8_t value = 0;
     if (!WaitPowerGood(state, errorCode, target.channel, target.address,

@@ -1,5 +1,7 @@
 #include "orvane/rail_tables.hpp"
 
+#include "orvane/rail_engine.hpp"
+
 namespace orvane
 {
 

@@ -1,7 +1,7 @@
-#include "board_constants.hpp"
+#include "orvane/sgpio.hpp"
 
+#include "detail/board_constants.hpp"
 #include "logging/log_line.hpp"
-#include "orvane/power_monitor.hpp"
 #include "utils/i2c_ops.hpp"
 
 #include <string>

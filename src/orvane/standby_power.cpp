@@ -1,14 +1,15 @@
 #include "orvane/standby_power.hpp"
 
-#include "board_constants.hpp"
-#include "hex_text.hpp"
-
+#include "detail/board_constants.hpp"
 #include "logging/events.hpp"
 #include "logging/log_line.hpp"
-#include "orvane/hotswap_setup.hpp"
+#include "orvane/dac_check.hpp"
 #include "orvane/oam_presence.hpp"
 #include "orvane/power_service.hpp"
+#include "orvane/product_scan.hpp"
+#include "orvane/warm_boot.hpp"
 #include "utils/gpio_lines.hpp"
+#include "utils/hex_text.hpp"
 #include "utils/i2c_ops.hpp"
 #include "utils/platform/platform.hpp"
 
@@ -147,8 +148,8 @@ bool configureSmcFpga()
         if (setting.logged)
         {
             ConsoleLog(INFO)
-                << "SMC FPGA register 0x" << standby::hex2(setting.reg)
-                << ", value: 0x" << standby::hex2(readBack);
+                << "SMC FPGA register 0x" << HexText(setting.reg, 2)
+                << ", value: 0x" << HexText(readBack, 2);
         }
     }
     return true;

@@ -1,10 +1,12 @@
-#include "board_constants.hpp"
+#include "orvane/standby_power_off.hpp"
 
+#include "detail/board_constants.hpp"
 #include "logging/events.hpp"
 #include "logging/log_line.hpp"
-#include "orvane/base_power.hpp"
 #include "orvane/power_service.hpp"
+#include "orvane/rail_engine.hpp"
 #include "orvane/rail_tables.hpp"
+#include "orvane/update_bits.hpp"
 #include "utils/gpio_lines.hpp"
 
 #include <string>
@@ -110,7 +112,7 @@ bool disableBit(OrvaneSvcState& state, uint8_t reg, uint8_t mask)
     uint8_t readback = 0;
     uint8_t written = 0;
     if (!UpdateBitsRetry(state, error, tries, railChannel, railAddress, reg,
-                         mask, readback, written, false, true, true,
+                         mask, written, readback, false, true, true,
                          "VR - Power Sequence: UBB hotswaps disabled"))
     {
         NvEvent(WARNING, unexpected, "", "", "")

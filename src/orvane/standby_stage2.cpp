@@ -1,13 +1,16 @@
-#include "board_constants.hpp"
-#include "hex_text.hpp"
+#include "orvane/standby_stage2.hpp"
 
+#include "detail/board_constants.hpp"
 #include "logging/events.hpp"
 #include "logging/log_line.hpp"
 #include "orvane/oam_presence.hpp"
-#include "orvane/power_monitor.hpp"
+#include "orvane/product_scan.hpp"
+#include "orvane/rail_engine.hpp"
 #include "orvane/rail_tables.hpp"
-#include "orvane/standby_power.hpp"
+#include "orvane/sgpio.hpp"
 #include "orvane/ubb_fpga_config.hpp"
+#include "orvane/update_bits.hpp"
+#include "utils/hex_text.hpp"
 #include "utils/i2c_event.hpp"
 #include "utils/i2c_ops.hpp"
 #include "utils/platform/platform.hpp"
@@ -59,7 +62,7 @@ bool updateUbbFpga(OrvaneSvcState& state, uint8_t reg, uint8_t mask, bool on,
     int errorCode = 0;
     uint8_t written = 0;
     return UpdateBitsRetry(state, errorCode, tries, fpgaChannel, fpgaAddress,
-                           reg, mask, readBack, written, on, true, true, label);
+                           reg, mask, written, readBack, on, true, true, label);
 }
 
 bool cycleK517Rails(OrvaneSvcState& state)
@@ -112,7 +115,7 @@ bool releaseRetimers()
         {
             raise("Power Sequence: [Stby power-on] Fail to de-assert reset to "
                   "retimer 0x" +
-                  standby::hex2(reg));
+                  HexText(reg, 2));
             return false;
         }
     }
@@ -124,7 +127,7 @@ bool releaseRetimers()
         raise("Power Sequence: [Standby power-on] FW_RECOVERY updated fail.");
         return false;
     }
-    ConsoleLog(INFO) << "FW_RECOVERY updated to 0x" << standby::hex(recovery);
+    ConsoleLog(INFO) << "FW_RECOVERY updated to 0x" << HexText(recovery);
     return true;
 }
 
@@ -264,7 +267,7 @@ bool runVrStep(OrvaneSvcState& state, const VrStep& step)
     uint8_t readBack = 0;
     uint8_t written = 0;
     if (!UpdateBitsRetry(state, errorCode, tries, step.channel, step.address,
-                         step.reg, step.mask, readBack, written, step.on,
+                         step.reg, step.mask, written, readBack, step.on,
                          step.verify, true, step.label))
     {
         if (step.failedEvent != sequence_event::none)
@@ -276,8 +279,7 @@ bool runVrStep(OrvaneSvcState& state, const VrStep& step)
     }
     if (step.reg == hostGoodRegister)
     {
-        ConsoleLog(INFO) << "Register 0x60 value is 0x"
-                         << standby::hex(written);
+        ConsoleLog(INFO) << "Register 0x60 value is 0x" << HexText(written);
     }
     ConsoleLog(INFO) << step.success;
     return true;
@@ -364,7 +366,7 @@ uint32_t Stby_Pwr_on_Sqnc_2(OrvaneSvcState& state)
         return 0;
     }
     ConsoleLog(INFO) << "Set UBB FPGA reg 0x99 to value 0x"
-                     << standby::hex(readBack);
+                     << HexText(readBack);
     InitSmcFpgaSgpio();
     InitUbbFpgaSgpio();
     DetectPhysicalMissing(state);

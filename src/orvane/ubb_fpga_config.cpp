@@ -1,7 +1,6 @@
 #include "orvane/ubb_fpga_config.hpp"
 
-#include "board_constants.hpp"
-
+#include "detail/board_constants.hpp"
 #include "logging/log_line.hpp"
 #include "utils/gpio_lines.hpp"
 #include "utils/platform/platform.hpp"

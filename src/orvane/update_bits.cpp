@@ -1,5 +1,6 @@
+#include "orvane/update_bits.hpp"
+
 #include "logging/log_line.hpp"
-#include "orvane/rail_engine.hpp"
 #include "utils/i2c_ops.hpp"
 
 #include <iomanip>
@@ -65,7 +66,7 @@ bool UpdateBits(OrvaneSvcState& /*state*/, int& errorCode, int channel,
 
 bool UpdateBitsRetry(OrvaneSvcState& /*state*/, int& errorCode, int tries,
                      int channel, uint8_t address, uint8_t reg, uint8_t mask,
-                     uint8_t& readback, uint8_t& written, bool on, bool verify,
+                     uint8_t& written, uint8_t& readback, bool on, bool verify,
                      bool check, const std::string& label)
 {
     const auto bus = static_cast<unsigned>(channel);

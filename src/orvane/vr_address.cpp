@@ -1,10 +1,10 @@
-#include "board_constants.hpp"
-#include "hex_text.hpp"
+#include "orvane/vr_address.hpp"
 
+#include "detail/board_constants.hpp"
 #include "logging/log_line.hpp"
-#include "orvane/hotswap_setup.hpp"
 #include "orvane/power_service.hpp"
 #include "utils/dbus_handler.hpp"
+#include "utils/hex_text.hpp"
 #include "utils/i2c_channel.hpp"
 #include "utils/platform/platform.hpp"
 
@@ -122,28 +122,28 @@ bool TestVrAddress(int oam, VrEntry& entry)
         " for OAM_" + std::to_string(oam) + "_" + entry.name;
     if (ProbeVrAddress(oam, entry, entry.address))
     {
-        ConsoleLog(INFO) << "I2C address 0x" << standby::hex(entry.address)
-                         << where << " is responsive";
+        ConsoleLog(INFO) << "I2C address 0x" << HexText(entry.address) << where
+                         << " is responsive";
         return true;
     }
-    ConsoleLog(INFO) << "I2C address 0x" << standby::hex(entry.address) << where
+    ConsoleLog(INFO) << "I2C address 0x" << HexText(entry.address) << where
                      << " is not responsive";
     ConsoleLog(INFO) << "Assuming its a old BOM, modifying VR address to 0x"
-                     << standby::hex(alternateAddress);
+                     << HexText(alternateAddress);
     if (ProbeVrAddress(oam, entry, alternateAddress))
     {
         ConsoleLog(INFO) << "Alternate I2C address 0x"
-                         << standby::hex(alternateAddress) << where
+                         << HexText(alternateAddress) << where
                          << " is responsive";
         entry.address = alternateAddress;
         return true;
     }
     ConsoleLog(INFO) << "Modifying VR address to second alternate 0x"
-                     << standby::hex(secondAlternateAddress);
+                     << HexText(secondAlternateAddress);
     if (ProbeVrAddress(oam, entry, secondAlternateAddress))
     {
         ConsoleLog(INFO) << "Second alternate I2C address 0x"
-                         << standby::hex(secondAlternateAddress) << where
+                         << HexText(secondAlternateAddress) << where
                          << " is responsive";
         entry.address = secondAlternateAddress;
         return true;
@@ -166,9 +166,9 @@ bool ProbeVrAddress(int oam, const VrEntry& entry, uint8_t address)
             uint8_t value = 0;
             responsive =
                 channel.ReadMemoryByte(&event, address, probeRegister, &value);
-            ConsoleLog(INFO) << "Testing I2C address 0x"
-                             << standby::hex(address) << " for OAM_" << oam
-                             << "_" << entry.name << ". Status " << responsive;
+            ConsoleLog(INFO)
+                << "Testing I2C address 0x" << HexText(address) << " for OAM_"
+                << oam << "_" << entry.name << ". Status " << responsive;
         }
     }
     platform::i2c().close(channel.fd);

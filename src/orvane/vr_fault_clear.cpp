@@ -1,8 +1,8 @@
-#include "board_constants.hpp"
+#include "orvane/vr_fault_clear.hpp"
 
+#include "detail/board_constants.hpp"
 #include "logging/log_line.hpp"
-#include "orvane/base_detail.hpp"
-#include "orvane/hotswap_setup.hpp"
+#include "orvane/vr_address.hpp"
 #include "utils/i2c_ops.hpp"
 
 #include <string>

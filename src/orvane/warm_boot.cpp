@@ -1,8 +1,8 @@
-#include "board_constants.hpp"
-#include "hex_text.hpp"
+#include "orvane/warm_boot.hpp"
 
+#include "detail/board_constants.hpp"
 #include "logging/log_line.hpp"
-#include "orvane/standby_power.hpp"
+#include "utils/hex_text.hpp"
 #include "utils/i2c_ops.hpp"
 #include "utils/platform/platform.hpp"
 
@@ -30,7 +30,7 @@ bool readUbbFpgaByte(uint8_t reg, uint8_t& value)
     {
         ConsoleLog(ERR) << "Fail to read channel 3 slave address 0x56 "
                            "register address 0x"
-                        << standby::hex2(reg);
+                        << HexText(reg, 2);
         return false;
     }
     return true;
@@ -56,7 +56,7 @@ uint32_t ReadResetReason()
         case platform::DevMemResult::ok:
             break;
     }
-    ConsoleLog(INFO) << "AST reset reason: 0x" << standby::hex(value);
+    ConsoleLog(INFO) << "AST reset reason: 0x" << HexText(value);
     return value;
 }
 
@@ -88,10 +88,10 @@ uint32_t CheckWarmBootPowerGood(OrvaneSvcState& state)
         }
     }
     const auto [present, hostGood, moduleGood, ctf] = values;
-    ConsoleLog(INFO) << "oam_present = 0x" << standby::hex(present)
-                     << ",host_pwrgd = 0x" << standby::hex(hostGood)
-                     << ",module_pwrgd = 0x" << standby::hex(moduleGood)
-                     << ",OAM_CTF = 0x" << standby::hex(ctf);
+    ConsoleLog(INFO) << "oam_present = 0x" << HexText(present)
+                     << ",host_pwrgd = 0x" << HexText(hostGood)
+                     << ",module_pwrgd = 0x" << HexText(moduleGood)
+                     << ",OAM_CTF = 0x" << HexText(ctf);
 
     // PRSNT reads a set bit for an empty slot: only fitted OAMs must be
     // good. Taken as read, a board with every slot fitted would pass with

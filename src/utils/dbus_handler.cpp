@@ -24,63 +24,28 @@ constexpr const char* orvaneService = "xyz.openbmc_project.Orvane";
 constexpr const char* orvaneObject = "/xyz/openbmc_project/Orvane";
 constexpr const char* propertiesInterface = "org.freedesktop.DBus.Properties";
 
-// "<call>: <error name>: <error message>", from the bus error when the peer
-// sent one and from the errno otherwise.
-std::string describe(const char* call, int result, sd_bus_error& error)
-{
-    if (!sd_bus_error_is_set(&error))
-    {
-        sd_bus_error_set_errno(&error, -result);
-    }
-    std::string text = call;
-    text += ": ";
-    text += error.name != nullptr ? error.name : "";
-    text += ": ";
-    text += error.message != nullptr ? error.message : "";
-    return text;
-}
-
 // Opens the connection and builds a Properties call to the daemon's service.
-// Empty on success, otherwise the description of the failing step.
-std::string prepare(SdBusCall& call, const std::string& path,
-                    const char* member)
+int prepare(SdBusCall& call, const std::string& path, const char* member)
 {
-    int r = sd_bus_open_system(&call.bus);
-    if (r < 0)
-    {
-        return describe("sd_bus_open_system", r, call.error);
-    }
-    r = sd_bus_message_new_method_call(call.bus, &call.message, orvaneService,
-                                       path.c_str(), propertiesInterface,
-                                       member);
-    if (r < 0)
-    {
-        return describe("sd_bus_message_new_method_call", r, call.error);
-    }
-    return {};
+    return OpenMethodCall(call, orvaneService, path.c_str(),
+                          propertiesInterface, member);
 }
 
 std::string trySet(const std::string& interface, const std::string& property,
                    const std::string& value)
 {
     SdBusCall call;
-    std::string failure = prepare(call, orvaneObject, "Set");
-    if (!failure.empty())
+    int r = prepare(call, orvaneObject, "Set");
+    if (r >= 0)
     {
-        return failure;
+        r = AppendArguments(call, "ssv", interface.c_str(), property.c_str(),
+                            "s", value.c_str());
     }
-    int r = sd_bus_message_append(call.message, "ssv", interface.c_str(),
-                                  property.c_str(), "s", value.c_str());
-    if (r < 0)
+    if (r >= 0)
     {
-        return describe("sd_bus_message_append", r, call.error);
+        r = SendMethodCall(call);
     }
-    r = sd_bus_call(call.bus, call.message, 0, &call.error, &call.reply);
-    if (r < 0)
-    {
-        return describe("sd_bus_call noreply", r, call.error);
-    }
-    return {};
+    return r < 0 ? DescribeFailure(call, r) : std::string();
 }
 
 void logGetFailure(const std::string& property, const std::string& failure)
@@ -114,24 +79,18 @@ std::string GetBusProperty(const std::string& path,
                            const std::string& property)
 {
     SdBusCall call;
-    std::string failure = prepare(call, path, "Get");
-    if (!failure.empty())
+    int r = prepare(call, path, "Get");
+    if (r >= 0)
     {
-        logGetFailure(property, failure);
-        return {};
+        r = AppendArguments(call, "ss", interface.c_str(), property.c_str());
     }
-    int r = sd_bus_message_append(call.message, "ss", interface.c_str(),
-                                  property.c_str());
+    if (r >= 0)
+    {
+        r = SendMethodCall(call);
+    }
     if (r < 0)
     {
-        logGetFailure(property,
-                      describe("sd_bus_message_append", r, call.error));
-        return {};
-    }
-    r = sd_bus_call(call.bus, call.message, 0, &call.error, &call.reply);
-    if (r < 0)
-    {
-        logGetFailure(property, describe("sd_bus_call", r, call.error));
+        logGetFailure(property, DescribeFailure(call, r));
         return {};
     }
     if (sd_bus_message_is_method_error(call.reply, nullptr) > 0)
@@ -145,8 +104,8 @@ std::string GetBusProperty(const std::string& path,
     r = sd_bus_message_peek_type(call.reply, &type, &contents);
     if (r <= 0 || type != SD_BUS_TYPE_VARIANT)
     {
-        logGetFailure(property, describe("sd_bus_message_peek_type",
-                                         r < 0 ? r : -ENXIO, call.error));
+        call.step("sd_bus_message_peek_type", -1);
+        logGetFailure(property, DescribeFailure(call, r < 0 ? r : -ENXIO));
         return {};
     }
     if (std::string_view(contents) != "s")
@@ -159,7 +118,8 @@ std::string GetBusProperty(const std::string& path,
     r = sd_bus_message_read(call.reply, "v", "s", &text);
     if (r < 0)
     {
-        logGetFailure(property, describe("sd_bus_message_read", r, call.error));
+        call.step("sd_bus_message_read", r);
+        logGetFailure(property, DescribeFailure(call, r));
         return {};
     }
     return text;

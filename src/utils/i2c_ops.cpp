@@ -111,33 +111,4 @@ bool I2CWriteThenRead(int* event, int bus, uint8_t address, uint8_t reg,
     });
 }
 
-bool ReadOamErrorInjection(int* event, int bus, uint8_t& value)
-{
-    constexpr uint16_t rmAddress = 0x56;
-    char path[15];
-    std::snprintf(path, sizeof(path), "/dev/i2c-%d", bus);
-    int fd = platform::i2c().open(path, O_RDWR);
-    if (fd < 0)
-    {
-        ConsoleLog(logging::level::ERR) << "Failed to open the I2C bus";
-        *event = I2C_EVENT_OPEN;
-        return false;
-    }
-    *event = I2C_EVENT_NONE;
-    uint8_t offset[2] = {0xF2, 0x4E};
-    uint8_t byte = 0;
-    i2c_msg messages[2] = {
-        {rmAddress, 0, sizeof(offset), offset},
-        {rmAddress, I2C_M_RD, 1, &byte},
-    };
-    i2c_rdwr_ioctl_data transfer = {messages, 2};
-    int ret = platform::i2c().rdwr(fd, &transfer);
-    ConsoleLog(logging::level::INFO)
-        << "Read byte: 0x" << std::hex << unsigned{byte};
-    value = byte;
-    platform::i2c().close(fd);
-    // The kernel's -1 passes this test too: callers judge the byte alone.
-    return ret != 0;
-}
-
 } // namespace orvane

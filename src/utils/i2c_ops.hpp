@@ -24,9 +24,6 @@ bool I2CReadMemoryBlock16(int* event, int bus, uint8_t address,
 bool I2CWriteThenRead(int* event, int bus, uint8_t address, uint8_t reg,
                       uint8_t data, uint8_t* readBack);
 
-// The OAM error injection byte (0x56, register 0xF2 0x4E) of one RM bus.
-bool ReadOamErrorInjection(int* event, int bus, uint8_t& value);
-
 // The retrying transfer of the power sequences: an optional write of
 // writeBuffer to reg, then an optional SMBus block read of reg.
 bool WriteReadWithRetry(int* event, int retries, unsigned bus, unsigned address,

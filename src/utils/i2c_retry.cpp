@@ -1,5 +1,6 @@
 #include "logging/events.hpp"
 #include "logging/log_line.hpp"
+#include "utils/hex_text.hpp"
 #include "utils/i2c_channel.hpp"
 #include "utils/i2c_event.hpp"
 #include "utils/i2c_ops.hpp"
@@ -22,14 +23,6 @@ bool halfGiven(uint8_t length, const uint8_t* buffer)
     return (length == 0) != (buffer == nullptr);
 }
 
-// The register as the retry lines show it: two hex digits, leading zero.
-std::string hex2(uint8_t value)
-{
-    std::ostringstream text;
-    text << std::hex << std::setw(2) << std::setfill('0') << unsigned{value};
-    return text.str();
-}
-
 // One complete attempt: open, the write part, the read part. The channel
 // is left for the caller to close, also when the open failed.
 bool attemptOnce(I2CChannel& channel, int* event, uint8_t address, uint8_t reg,
@@ -45,13 +38,13 @@ bool attemptOnce(I2CChannel& channel, int* event, uint8_t address, uint8_t reg,
         !channel.WriteMemoryBlock(event, address, reg, writeLength,
                                   writeBuffer))
     {
-        ConsoleLog(ERR) << "Write 0x" << hex2(reg) << " fail.";
+        ConsoleLog(ERR) << "Write 0x" << HexText(reg, 2) << " fail.";
         return false;
     }
     if (readLength != 0 && readBuffer != nullptr &&
         !channel.SmbusReadBlock(event, address, reg, readBuffer, readLength))
     {
-        ConsoleLog(ERR) << "Read 0x" << hex2(reg) << " fail.";
+        ConsoleLog(ERR) << "Read 0x" << HexText(reg, 2) << " fail.";
         return false;
     }
     return true;

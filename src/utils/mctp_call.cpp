@@ -38,36 +38,24 @@ int callEndpoint(SdBusCall& call, const MctpEndpointService& endpoint,
                  const char* method, AppendScalars appendScalars,
                  const std::vector<uint8_t>& data)
 {
-    int r = sd_bus_open_system(&call.bus);
-    if (r < 0)
+    int r =
+        OpenMethodCall(call, endpoint.service.c_str(), endpoint.path.c_str(),
+                       endpoint.interface.c_str(), method);
+    if (r >= 0)
     {
-        return failed("sd_bus_open_system", r);
+        r = call.step("sd_bus_message_append", appendScalars(call.message));
     }
-    r = sd_bus_message_new_method_call(
-        call.bus, &call.message, endpoint.service.c_str(),
-        endpoint.path.c_str(), endpoint.interface.c_str(), method);
-    if (r < 0)
+    if (r >= 0)
     {
-        return failed("sd_bus_message_new_method_call", r);
+        r = call.step("sd_bus_message_append_array",
+                      sd_bus_message_append_array(call.message, 'y',
+                                                  data.data(), data.size()));
     }
-    r = appendScalars(call.message);
-    if (r < 0)
+    if (r >= 0)
     {
-        return failed("sd_bus_message_append", r);
+        r = SendMethodCall(call, UINT64_MAX);
     }
-    r = sd_bus_message_append_array(call.message, 'y', data.data(),
-                                    data.size());
-    if (r < 0)
-    {
-        return failed("sd_bus_message_append_array", r);
-    }
-    r = sd_bus_call(call.bus, call.message, UINT64_MAX, &call.error,
-                    &call.reply);
-    if (r < 0)
-    {
-        return failed("sd_bus_call", r);
-    }
-    return 0;
+    return r < 0 ? failed(call.failedStep, r) : 0;
 }
 
 int readResult(sd_bus_message* reply)

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <stdexcept>
 
@@ -36,6 +37,12 @@ class StringPipe : public platform::ShellPipe
     size_t position = 0;
     int status;
 };
+
+// No eRoT behind the link unless a test scripts one.
+int absentErot(const uint8_t*, size_t, uint8_t*, size_t, uint32_t, size_t*)
+{
+    return -EHOSTUNREACH;
+}
 
 } // namespace
 
@@ -127,6 +134,7 @@ FakePlatform::FakePlatform()
     seams.journal = &journal;
     seams.zellib = &zellib;
     seams.retimer = &retimer;
+    seams.erot = &absentErot;
     previous = platform::install(seams);
 }
 

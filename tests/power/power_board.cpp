@@ -3,8 +3,11 @@
 #include "board/board_time.hpp"
 #include "board/virtual_board.hpp"
 #include "orvane/hotswap_setup.hpp"
-#include "orvane/oam_presence.hpp"
+#include "orvane/power_service.hpp"
+#include "orvane/product_scan.hpp"
 #include "orvane/standby_power.hpp"
+#include "orvane/standby_stage2.hpp"
+#include "orvane/vr_address.hpp"
 #include "utils/gpio_lines.hpp"
 #include "utils/i2c_ops.hpp"
 

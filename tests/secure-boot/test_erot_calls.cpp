@@ -190,21 +190,5 @@ TEST_F(ErotCallTest, ResetReasonNeverHalts)
     EXPECT_TRUE(events().empty());
 }
 
-TEST_F(ErotCallTest, BannersKeepTheirOwnBlanks)
-{
-    device.reply(response(0x12, refusal));
-    device.reply(erot::test::sized(0x01, 12, {1, 0, 0, 0, 0}));
-    uint32_t active = 0;
-    bool update = false;
-    std::string out = console([&] {
-        ErotSMCPersistGet(context, persist, sizeof(persist), &length);
-        ErotActiveFlashConfigRead(context, &active, &u, &update);
-    });
-    EXPECT_THAT(out, HasSubstr("*** Get SMC Persist  ***"));
-    EXPECT_THAT(out,
-                HasSubstr("Response Received. Status 0x00, Return Code: 0"));
-    EXPECT_EQ(active, 1U);
-}
-
 } // namespace
 } // namespace orvane::test

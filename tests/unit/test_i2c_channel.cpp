@@ -328,29 +328,5 @@ TEST_F(I2cOneShotTest, WriteThenReadPrintsTheFailedStep)
     EXPECT_EQ(fake.i2c.openDescriptors(), 1);
 }
 
-TEST_F(I2cOneShotTest, OamErrorInjectionReadsTheWideRegister)
-{
-    fake.i2c.addDevice(bus, 0x56, 2);
-    fake.i2c.setRegister(bus, 0x56, 0xF24E, 0x01);
-    uint8_t value = 0xEE;
-    std::string out = console([&] {
-        EXPECT_TRUE(ReadOamErrorInjection(&event, bus, value));
-        EXPECT_EQ(value, 0x01);
-        EXPECT_EQ(event, 0);
-        // A failed transfer still counts as done: only the byte tells.
-        fake.i2c.removeDevice(bus, 0x56);
-        value = 0xEE;
-        EXPECT_TRUE(ReadOamErrorInjection(&event, bus, value));
-        EXPECT_EQ(value, 0);
-        EXPECT_FALSE(ReadOamErrorInjection(&event, 13, value));
-        EXPECT_EQ(event, 1);
-    });
-    EXPECT_EQ(fake.i2c.operations(Kind::setSlave).size(), 0);
-    EXPECT_THAT(out, HasSubstr("[INFO \"i2c_ops.cpp\":"));
-    EXPECT_THAT(out, HasSubstr("] Read byte: 0x1\n"));
-    EXPECT_THAT(out, HasSubstr("] Read byte: 0x0\n"));
-    EXPECT_EQ(fake.i2c.openDescriptors(), 1);
-}
-
 } // namespace
 } // namespace orvane::test

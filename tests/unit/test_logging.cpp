@@ -53,19 +53,6 @@ TEST_F(LoggingTest, ConsoleLineCarriesUtcPrefixQuotedFileAndNewline)
     EXPECT_NE(out.find("] v=0x002a n=12\n\n"), std::string::npos);
 }
 
-TEST_F(LoggingTest, PrefixNamesTheLevelAndTheFile)
-{
-    // An unknown level keeps the blank after the empty name.
-    EXPECT_EQ(linePrefix(0, 8, "a", 1), "(1970-01-01 00:00:00) [ \"a\":1] ");
-    EXPECT_EQ(linePrefix(0, -1, "a", 1), "(1970-01-01 00:00:00) [ \"a\":1] ");
-    // The file is its last component, quoted with escapes.
-    EXPECT_EQ(linePrefix(0, 6, "/a/b/we\"ird\\name.cpp", 9),
-              "(1970-01-01 00:00:00) [INFO \"we\\\"ird\\\\name.cpp\":9] ");
-    EXPECT_EQ(linePrefix(0, 6, "dir/", 9),
-              "(1970-01-01 00:00:00) [INFO \"\":9] ");
-    EXPECT_EQ(linePrefix(0, 6, "", 9), "(1970-01-01 00:00:00) [INFO \"\":9] ");
-}
-
 TEST_F(LoggingTest, DestinationsNeverMix)
 {
     std::string out = console([] {

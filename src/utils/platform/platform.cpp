@@ -1,7 +1,9 @@
 #include "utils/platform/platform.hpp"
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <forward_list>
 #include <mutex>
 
 namespace orvane::platform
@@ -11,14 +13,15 @@ namespace
 {
 
 // Installed once before the daemon's threads start; tests swap sets while
-// a service thread may still read one, so every access takes the lock.
-std::mutex installedMutex;
-Platform installed;
+// a service thread may still read one, so no set is ever freed and readers
+// only load the pointer. The lock orders installs among themselves.
+std::mutex installMutex;
+std::forward_list<Platform> kept{Platform{}};
+std::atomic<const Platform*> installed{&kept.front()};
 
-Platform snapshot()
+const Platform& snapshot()
 {
-    std::lock_guard lock(installedMutex);
-    return installed;
+    return *installed.load(std::memory_order_acquire);
 }
 
 template <typename T>
@@ -37,13 +40,18 @@ T& need(T* seam, const char* name)
 
 Platform install(const Platform& platform)
 {
-    std::lock_guard lock(installedMutex);
-    Platform previous = installed;
-    installed = platform;
+    std::lock_guard lock(installMutex);
+    const Platform& previous = snapshot();
+    if (platform.erot != previous.erot)
+    {
+        erot::ErotSetTransport(platform.erot);
+    }
+    kept.push_front(platform);
+    installed.store(&kept.front(), std::memory_order_release);
     return previous;
 }
 
-Platform current()
+const Platform& current()
 {
     return snapshot();
 }

@@ -10,14 +10,17 @@
 #include "utils/platform/retimer_lib.hpp"
 #include "utils/platform/shell.hpp"
 
+#include <erotlib/erot.hpp>
+
 #include <filesystem>
 #include <string_view>
 
 namespace orvane::platform
 {
 
-// The seams through which the daemon reaches the machine. One set is
-// installed before the daemon starts and stays for the life of the process.
+// The seams through which the daemon reaches the machine: the one way to
+// replace a dependency. One set is installed before the daemon starts and
+// stays for the life of the process; tests install their fakes the same way.
 struct Platform
 {
     I2cDev* i2c = nullptr;
@@ -29,11 +32,18 @@ struct Platform
     Journal* journal = nullptr;
     logging::Zellib* zellib = nullptr;
     RetimerLib* retimer = nullptr;
+    // The exchange with the eRoT, handed to the client library; null is the
+    // library's own MCTP transport on the system bus.
+    erot::TransportFn erot = nullptr;
 };
 
-// Replaces the whole set and returns the one it replaced.
+// Replaces the whole set and returns the one it replaced. The eRoT transport
+// goes to the client library only when it differs from the replaced set's,
+// so that swapping another seam leaves a transport set on the library alone.
+// Accessors below cost one atomic load: sets are kept for the life of the
+// process, since a thread may still read the one it loaded.
 Platform install(const Platform& platform);
-Platform current();
+const Platform& current();
 
 I2cDev& i2c();
 Gpio& gpio();

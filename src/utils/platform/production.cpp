@@ -38,6 +38,7 @@ void installProduction()
     seams.journal = realJournal.get();
     seams.zellib = logging.get();
     seams.retimer = retimerLib.get();
+    seams.erot = &erot::ErotTransportSendRecv;
     install(seams);
 }
 

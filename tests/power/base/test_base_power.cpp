@@ -1,13 +1,19 @@
 #include "power_board.hpp"
 
-#include "orvane/base_detail.hpp"
-#include "orvane/base_power.hpp"
+#include "main/boot_driver.hpp"
+#include "orvane/base_attempt_checks.hpp"
+#include "orvane/base_power_off.hpp"
+#include "orvane/base_power_on.hpp"
+#include "orvane/error_injection.hpp"
 #include "orvane/io_expanders.hpp"
-#include "orvane/oam_presence.hpp"
+#include "orvane/product_scan.hpp"
+#include "orvane/standby_power_off.hpp"
+#include "orvane/vr_fault_clear.hpp"
 #include "utils/i2c_ops.hpp"
 
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <sstream>
 
 #include <gmock/gmock.h>
@@ -232,8 +238,8 @@ TEST_F(VrFaultClearing, HotswapsAreClearedOnTheOamsOnly)
 
 constexpr const char* dumpFile = "/run/initramfs/log_nv/vr_fault_decode.out";
 
-// What a complete base teardown leaves on the board.
-void expectBaseDown(PowerBoard& b)
+// What a complete base teardown leaves on the board, after `teardowns`.
+void expectBaseDown(PowerBoard& b, size_t teardowns = 1)
 {
     EXPECT_EQ(b.read(fpga, fpgaAddress, 0x60), 0x00);
     EXPECT_EQ(b.read(fpga, fpgaAddress, 0x61), 0x00);
@@ -245,7 +251,7 @@ void expectBaseDown(PowerBoard& b)
     EXPECT_FALSE(b.state.basePowerStatus);
     EXPECT_THAT(
         b.events("Base powered off.", "ResourceEvent.1.2.1.ResourcePoweredOff"),
-        SizeIs(1));
+        SizeIs(teardowns));
 }
 
 // The host takes its enable away, or the rack pulls the HGX plug: a rack
@@ -348,21 +354,91 @@ TEST(BasePowerOffStages, EachEventTearsDownWhatItReached)
 
 // A hotswap that never comes good fails power-on at 17; the controllers
 // answered, so there is no I2C record.
-TEST(BasePowerOffStages, HotswapFailureFailsWithSeventeen)
+// Every attempt fails at the hotswap controllers: the supervising loop
+// tears each one down from event 17 and gives up after three re-sequences.
+TEST(SupervisingLoop, FourHotswapFailuresSpendTheBudget)
 {
     ubbsim::Scenario scenario = withFault("hotswapNoGood", warmBoard(false));
     hostAt(scenario, 1, Host::enable);
     PowerBoard b(scenario);
     b.standbyState();
     UbbProduct ubb(productKV35);
+    BootTimes times;
+    std::future<bool> copy =
+        std::async(std::launch::deferred, [] { return false; });
 
-    ASSERT_EQ(run(Base_Pwr_on_Sqnc, b), 0U);
+    std::string out =
+        console([&] { RunSupervisingLoop(b.state, times, {}, copy); });
+
     EXPECT_EQ(b.state.sequenceEvent, sequence_event::hotswap);
     EXPECT_THAT(b.events("Fail to receive Hotswap controller Power good."),
-                SizeIs(1));
+                SizeIs(4));
     EXPECT_THAT(b.fx.fake.zellib.calls(ZellibCall::Kind::i2cLog), IsEmpty());
-    EXPECT_EQ(run(Base_Pwr_off_Sqnc, b), 1U);
-    expectBaseDown(b);
+    std::vector<std::string> retries;
+    for (const ZellibCall& call :
+         b.events("Power Sequence: ", "OrvaneSvcUnexpected"))
+    {
+        if (call.message.find("equence") != std::string::npos &&
+            call.message.find("Hotswap") == std::string::npos)
+        {
+            retries.push_back(call.message.substr(call.message.find("] ") + 2));
+        }
+    }
+    EXPECT_THAT(retries, ElementsAre("Power Sequence: Re-sequence 1...",
+                                     "Power Sequence: Re-sequence 2...",
+                                     "Power Sequence: Re-sequence 3...",
+                                     "Power Sequence: Execute Base Power-off "
+                                     "Sequence after a third."));
+    // The hotswap critical comes once, in the turn with one failure.
+    EXPECT_THAT(b.events("Hotswap power good status from I/O expanders"),
+                SizeIs(1));
+    EXPECT_THAT(b.events("Hotswap power good value: 0x",
+                         "ResourceEvent.1.2.1.ResourceRetryFailOEM"),
+                SizeIs(1));
+    EXPECT_EQ(occurrences(out, "parallelTask Copy Occur failed"), 1U);
+    EXPECT_THAT(out, HasSubstr("Base power off due to error"));
+    EXPECT_THAT(out, EndsWith("Power Sequence Stop\n"));
+    expectBaseDown(b, 4);
+}
+
+// CTF is the power monitor's once base power is on; failed reads become
+// I2C events, critical in the last turn.
+TEST(BaseAttemptChecks, CtfBeforeBasePowerAndFailedReads)
+{
+    FakePlatform fake;
+    fake.i2c.addDevice(fpga, fpgaAddress);
+    fake.i2c.setRegister(fpga, fpgaAddress, 0xC0, 0x7E); // OAM_0 and OAM_7
+    fake.i2c.setRegister(fpga, fpgaAddress, 0x61, 0xFF);
+    console([] {
+        CheckAfterBaseAttempt(2, sequence_event::module);
+        CheckAfterBaseAttempt(0, sequence_event::basePowerOn);
+    });
+    std::vector<std::string> ctf;
+    for (const auto& call :
+         eventsWithId(fake.zellib,
+                      "ResourceEvent.1.2.1.TemperatureAssertCriticalFaultOEM"))
+    {
+        ctf.push_back(call.arg1);
+    }
+    EXPECT_THAT(ctf, ElementsAre("OAM_0", "OAM_7"));
+
+    fake.i2c.removeDevice(fpga, fpgaAddress);
+    std::string out = console([] {
+        CheckAfterBaseAttempt(4, sequence_event::basePowerOn);
+        CheckAfterBaseAttempt(2, sequence_event::hotswap);
+    });
+    EXPECT_THAT(out, HasSubstr("Fail to read CTF Register 0xC0"));
+    auto records = fake.zellib.calls(ZellibCall::Kind::i2cLog);
+    ASSERT_EQ(records.size(), 4U);
+    EXPECT_EQ(records[0].message,
+              "Power Sequence: Fail to read CTF Register 0xC0. Retry 4");
+    EXPECT_EQ(records[0].level, 2);
+    EXPECT_TRUE(records[0].flag);
+    EXPECT_EQ(records[1].message, "Power Sequence: Fail to read Module Power "
+                                  "Good Register 0x61. Retry 4");
+    EXPECT_EQ(records[2].level, 4);
+    EXPECT_FALSE(records[2].flag);
+    EXPECT_EQ(records[3].i2c->reg, 0x61);
 }
 
 TEST(StandbyPowerOff, FromTheRetimerStageDown)

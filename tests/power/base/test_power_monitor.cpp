@@ -1,7 +1,7 @@
 #include "power_board.hpp"
 
-#include "orvane/base_detail.hpp"
 #include "orvane/power_monitor.hpp"
+#include "orvane/sgpio.hpp"
 #include "utils/i2c_ops.hpp"
 
 #include <gmock/gmock.h>

@@ -4,6 +4,7 @@
 #include "fakes/console_capture.hpp"
 #include "neighbours/neighbours.hpp"
 #include "orvane/power_service.hpp"
+#include "secure-boot/secure_boot_status.hpp"
 #include "utils/dbus_handler.hpp"
 
 #include <sdbus-c++/sdbus-c++.h>
@@ -28,8 +29,6 @@ namespace
 using ::testing::HasSubstr;
 using namespace std::chrono_literals;
 
-constexpr const char* probePath = "/xyz/openbmc_project/Orvane/Probe";
-constexpr const char* probeInterface = "xyz.openbmc_project.Orvane.Probe";
 constexpr const char* chassisOn =
     "xyz.openbmc_project.State.Chassis.PowerState.On";
 constexpr const char* chassisOff =
@@ -68,18 +67,6 @@ class ServiceBus : public ::testing::Environment
         state.oamErrorInjection = true;
         state.smcFpgaStatus = true;
 
-        AddServiceRegistration([](sdbus::IConnection&) {
-            throw std::runtime_error("probe refused");
-        });
-        AddServiceRegistration([this](sdbus::IConnection& connection) {
-            readyAtRegistration = DbusReady();
-            probe = sdbus::createObject(connection, probePath);
-            probe->registerProperty("Answer")
-                .onInterface(probeInterface)
-                .withGetter([] { return std::string("42"); });
-            probe->finishRegistration();
-        });
-
         startOutput = console([this] {
             thread = std::thread([this] { RunDbusService(state); });
             ASSERT_TRUE(eventually([] { return DbusReady(); }));
@@ -101,19 +88,16 @@ class ServiceBus : public ::testing::Environment
         });
         EXPECT_THAT(out, HasSubstr("] Dbus service xyz.openbmc_project.Orvane "
                                    "stopped: "));
-        probe.reset();
         platform.reset();
     }
 
     OrvaneSvcState state;
     std::map<std::string, std::string> initial;
     std::string startOutput;
-    std::atomic<bool> readyAtRegistration{true};
 
   private:
     std::unique_ptr<FakePlatform> platform;
     std::unique_ptr<PrivateBus> bus;
-    std::unique_ptr<sdbus::IObject> probe;
     std::thread thread;
 };
 
@@ -239,13 +223,11 @@ TEST(PowerService, MissingChassisServiceCostsElevenTries)
     EXPECT_EQ(occurrences(out, "\n"), 12u);
 }
 
-TEST(PowerService, RegistrationsRunBeforeReady)
+TEST(PowerService, SecureBootStatusIsServedOnceReady)
 {
-    EXPECT_FALSE(service->readyAtRegistration);
-    EXPECT_EQ(GetBusProperty(probePath, probeInterface, "Answer"), "42");
-    // One registration that fails leaves the rest of the service up.
-    EXPECT_THAT(service->startOutput,
-                HasSubstr("] Dbus service registration fail: probe refused\n"));
+    EXPECT_EQ(GetBusProperty(powerStatusPath, secureBootStatusInterface,
+                             "Status"),
+              "Unknown");
 }
 
 // A second service can't take the name: its thread ends with a line, and

@@ -4,6 +4,7 @@
 #include "fakes/fake_platform.hpp"
 #include "orvane/rail_engine.hpp"
 #include "orvane/rail_tables.hpp"
+#include "orvane/update_bits.hpp"
 #include "utils/i2c_ops.hpp"
 
 #include <chrono>
@@ -238,8 +239,8 @@ constexpr int bus = 4;
 constexpr uint8_t device = 0x25;
 constexpr uint8_t reg = 0x0A;
 
-// Both forms of the read-modify-write behind one signature (the retrying
-// one takes its two results the other way round).
+// Both forms of the read-modify-write, which take their results in the same
+// order.
 struct Form
 {
     const char* name;
@@ -259,8 +260,8 @@ const Form forms[] = {
      [](int& code, uint8_t mask, uint8_t& written, uint8_t& readback, bool on,
         bool verify) {
          OrvaneSvcState state;
-         return UpdateBitsRetry(state, code, 3, bus, device, reg, mask,
-                                readback, written, on, verify, true, "Bank");
+         return UpdateBitsRetry(state, code, 3, bus, device, reg, mask, written,
+                                readback, on, verify, true, "Bank");
      }},
 };
 
@@ -357,7 +358,7 @@ TEST(UpdateBitsRetry, CheckDecidesWhatIsReported)
 
         console([&] {
             EXPECT_TRUE(UpdateBitsRetry(state, code, 3, bus, device, reg, 0x02,
-                                        readback, written, true, true, check,
+                                        written, readback, true, true, check,
                                         "Expander bank"));
         });
         EXPECT_EQ(fake.i2c.operations(Kind::write).size(), 3u);

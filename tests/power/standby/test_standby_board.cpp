@@ -1,8 +1,9 @@
 #include "power_board.hpp"
 
 #include "orvane/hotswap_setup.hpp"
-#include "orvane/oam_presence.hpp"
+#include "orvane/product_scan.hpp"
 #include "orvane/standby_power.hpp"
+#include "orvane/standby_stage2.hpp"
 #include "utils/i2c_ops.hpp"
 
 #include <filesystem>

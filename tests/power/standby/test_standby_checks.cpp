@@ -1,9 +1,11 @@
 #include "power_board.hpp"
 
+#include "orvane/dac_check.hpp"
 #include "orvane/hotswap_setup.hpp"
 #include "orvane/oam_presence.hpp"
-#include "orvane/power_service.hpp"
-#include "orvane/standby_power.hpp"
+#include "orvane/product_scan.hpp"
+#include "orvane/vr_address.hpp"
+#include "orvane/warm_boot.hpp"
 
 #include <stdexcept>
 

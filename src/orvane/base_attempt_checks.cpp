@@ -1,5 +1,6 @@
-#include "main/register_checks.hpp"
+#include "orvane/base_attempt_checks.hpp"
 
+#include "detail/board_constants.hpp"
 #include "logging/events.hpp"
 #include "logging/log_line.hpp"
 #include "orvane/orvane_svc_state.hpp"
@@ -14,6 +15,7 @@ namespace
 {
 
 using namespace logging;
+using namespace board;
 
 constexpr const char* criticalOem =
     "ResourceEvent.1.2.1.ResourceStatusChangedCriticalOEM";
@@ -36,13 +38,12 @@ Reading readByte(int bus, uint8_t address, uint8_t reg)
 
 Reading readFpga(uint8_t reg)
 {
-    return readByte(boot_reg::fpgaBus, boot_reg::fpgaAddress, reg);
+    return readByte(fpgaChannel, fpgaAddress, reg);
 }
 
 Reading readHotswapGood()
 {
-    return readByte(boot_reg::expanderBus, boot_reg::expanderAddress,
-                    boot_reg::hotswapGood);
+    return readByte(expanderChannel, moduleIdAddress, hotswapGoodRegister);
 }
 
 void reportFailedRead(Reading& reading, const std::string& name, uint8_t reg,
@@ -57,16 +58,16 @@ void reportFailedRead(Reading& reading, const std::string& name, uint8_t reg,
                        std::to_string(retryCount);
     AddI2CEvent(reading.event,
                 retryCount == 4 ? level::CRITICAL : level::WARNING, text,
-                event == sequence_event::basePowerOn, boot_reg::fpgaBus,
-                boot_reg::fpgaAddress, reg, 0, nullptr, 1, &reading.value);
+                event == sequence_event::basePowerOn, fpgaChannel, fpgaAddress,
+                reg, 0, nullptr, 1, &reading.value);
 }
 
 void checkCtf(int retryCount, uint32_t event)
 {
-    Reading ctf = readFpga(boot_reg::ctf);
+    Reading ctf = readFpga(ctfRegister);
     if (!ctf.ok)
     {
-        reportFailedRead(ctf, "CTF Register 0xC0", boot_reg::ctf, retryCount,
+        reportFailedRead(ctf, "CTF Register 0xC0", ctfRegister, retryCount,
                          event);
         return;
     }
@@ -90,17 +91,17 @@ void checkCtf(int retryCount, uint32_t event)
 
 void checkModuleGood(int retryCount, uint32_t event)
 {
-    Reading module = readFpga(boot_reg::moduleGood);
+    Reading module = readFpga(moduleGoodRegister);
     if (!module.ok)
     {
         reportFailedRead(module, "Module Power Good Register 0x61",
-                         boot_reg::moduleGood, retryCount, event);
+                         moduleGoodRegister, retryCount, event);
         return;
     }
     uint8_t shown = module.value;
     if (retryCount == 1)
     {
-        shown |= readFpga(boot_reg::oamPresent).value;
+        shown |= readFpga(prsntRegister).value;
         for (int n = 0; shown != 0xFF && n < 8; ++n)
         {
             if ((shown & (1U << n)) == 0)
@@ -120,8 +121,7 @@ void checkModuleGood(int retryCount, uint32_t event)
 void checkHotswapGood()
 {
     Reading hotswap = readHotswapGood();
-    if (!hotswap.ok || (hotswap.value & boot_reg::hotswapGoodMask) ==
-                           boot_reg::hotswapGoodMask)
+    if (!hotswap.ok || (hotswap.value & hotswapGoodMask) == hotswapGoodMask)
     {
         return;
     }
@@ -151,16 +151,15 @@ void ReportRetryExhausted(int retryCount)
     const std::string retries =
         ",to boot," + std::to_string(retryCount) + " retries";
     Reading hotswap = readHotswapGood();
-    if (hotswap.ok && (hotswap.value & boot_reg::hotswapGoodMask) !=
-                          boot_reg::hotswapGoodMask)
+    if (hotswap.ok && (hotswap.value & hotswapGoodMask) != hotswapGoodMask)
     {
         NvEvent(level::CRITICAL, retryFailOem, "HSC power good" + retries, "",
                 "")
             << "Hotswap power good value: 0x" << std::hex
             << static_cast<unsigned>(hotswap.value);
     }
-    uint8_t present = readFpga(boot_reg::oamPresent).value;
-    uint8_t module = readFpga(boot_reg::moduleGood).value;
+    uint8_t present = readFpga(prsntRegister).value;
+    uint8_t module = readFpga(moduleGoodRegister).value;
     uint8_t shown = static_cast<uint8_t>((module & ~present) | present);
     for (int n = 0; shown != 0xFF && n < 8; ++n)
     {

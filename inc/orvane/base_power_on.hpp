@@ -5,17 +5,19 @@
 #include <cstdint>
 #include <string>
 
-// Steps of base power and of the monitor that live in files of their own;
-// not part of the power control interface.
-namespace orvane::detail
+namespace orvane
+{
+
+// Waits for the host's enable and brings base power up to sequenceEvent 19.
+uint32_t Base_Pwr_on_Sqnc(OrvaneSvcState& state);
+
+// Steps that base power-off shares; not part of the power control
+// interface.
+namespace detail
 {
 
 // One single-attempt read of one register byte.
 bool ReadRegister(int channel, uint8_t address, uint8_t reg, uint8_t& value);
-
-// CLEAR_FAULTS to the UBB's regulators, then to those of every OAM whose
-// bit in `prsnt` is clear (a clear bit means present).
-void ClearVrFaults(uint8_t prsnt);
 
 // Writes `value` to the eight retimer reset registers 0x91 to 0x98 of the
 // UBB FPGA, each with the label `label` and its number; raises `failure`
@@ -23,7 +25,6 @@ void ClearVrFaults(uint8_t prsnt);
 bool WriteRetimerResets(uint8_t value, const std::string& label,
                         const std::string& failure);
 
-// One round of the power monitor, after its pause.
-void PowerMonitorRound(OrvaneSvcState& state);
+} // namespace detail
 
-} // namespace orvane::detail
+} // namespace orvane

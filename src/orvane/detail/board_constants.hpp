@@ -30,12 +30,16 @@ constexpr uint8_t fpgaAddress = 0x56;
 constexpr uint8_t hostGoodRegister = 0x60;
 constexpr uint8_t moduleGoodRegister = 0x61;
 constexpr uint8_t prsntRegister = 0x63; // a set bit is an empty slot
+constexpr uint8_t ctfRegister = 0xC0;   // a clear bit is a CTF
 
 // The IO expanders and the temperature monitor.
 constexpr int expanderChannel = 14;
 constexpr uint8_t linkConfigAddress = 0x20;
 constexpr uint8_t moduleIdAddress = 0x27;
 constexpr uint8_t emcAddress = 0x4C;
+// The hotswap power goods on the second expander: all four bits set.
+constexpr uint8_t hotswapGoodRegister = 0x04;
+constexpr uint8_t hotswapGoodMask = 0x0F;
 
 // The OAMs' own devices, behind the OAM mux.
 constexpr int oamChannel = 2;
