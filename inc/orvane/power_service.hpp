@@ -22,6 +22,10 @@ void RunDbusService(OrvaneSvcState& state);
 
 // Set once the objects are published; never cleared.
 bool DbusReady();
+// True while the D-Bus thread waits for the bus name. A name that another
+// instance holds ends the process, so nothing may touch the board before
+// this is false.
+bool DbusNameClaimPending();
 
 // Publishes one Power_Status property through the bus (nonzero is true);
 // BasePowerStatus also goes to the chassis state.

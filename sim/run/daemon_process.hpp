@@ -34,6 +34,11 @@ class DaemonProcess
     {
         return startCount;
     }
+    // Of the last start; -1 before the first.
+    pid_t processId() const
+    {
+        return pid;
+    }
     // CPU seconds (user and system, all threads) of the running daemon; 0
     // when it isn't running.
     double cpuSeconds();

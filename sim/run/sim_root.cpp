@@ -74,6 +74,12 @@ void prepareRoot(const std::string& root, const Scenario& scenario)
         fs::permissions(path, fs::perms::owner_all | fs::perms::group_read |
                                   fs::perms::group_exec);
     }
+    for (const auto& [file, contents] : scenario.files)
+    {
+        fs::path path = root + file;
+        fs::create_directories(path.parent_path());
+        std::ofstream(path) << contents;
+    }
 }
 
 } // namespace ubbsim

@@ -55,9 +55,9 @@ void catchStopSignals()
 }
 
 const char* const outputs[] = {
-    "trail.log",       "events.jsonl",    "journal.jsonl",
-    "dbus-state.json", "waveform.vcd",    "summary.txt",
-    "erot.jsonl",      "erot-state.json", "erot-signing-key.pem"};
+    "trail.log",       "trail-second.log",    "events.jsonl", "journal.jsonl",
+    "dbus-state.json", "waveform.vcd",        "summary.txt",  "erot.jsonl",
+    "erot-state.json", "erot-signing-key.pem"};
 
 // A scratch directory for the sockets: their paths must stay short.
 class ScratchDir
@@ -113,9 +113,22 @@ SimTime boardTime(Seconds seconds)
     return SimTime(static_cast<int64_t>(seconds * 1e9));
 }
 
-void act(const DaemonAction& action, Board& board, DaemonProcess& daemon,
+// The daemon and, when a scenario starts one, a second instance beside it.
+struct Daemons
+{
+    DaemonProcess& first;
+    DaemonProcess& second;
+};
+
+void act(const DaemonAction& action, Board& board, Daemons daemons,
          RunErot& erot)
 {
+    if (action.kind == DaemonAction::Kind::second)
+    {
+        daemons.second.start();
+        return;
+    }
+    DaemonProcess& daemon = daemons.first;
     daemon.kill();
     if (action.kind == DaemonAction::Kind::restart)
     {
@@ -171,6 +184,18 @@ std::string summaryText(const Scenario& scenario, Board& board,
         << stats.i2cFailures << " failed), " << stats.gpioRequests
         << " GPIO requests\n";
     return out.str();
+}
+
+std::string secondDaemonLine(DaemonProcess& second, BoardServer& server)
+{
+    if (second.starts() == 0)
+    {
+        return "";
+    }
+    second.running(); // reaps it when it has ended
+    return "second daemon: " + second.lastExit() + "; " +
+           std::to_string(server.requestsFrom(second.processId())) +
+           " board requests\n";
 }
 
 // A line per board second: the board's counters and the daemon's CPU
@@ -244,6 +269,8 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
     environment.emplace_back("DBUS_SYSTEM_BUS_ADDRESS", bus.address());
     DaemonProcess daemon(options.daemonProgram, environment,
                          (out / "trail.log").string(), options.echoTrail);
+    DaemonProcess second(options.daemonProgram, environment,
+                         (out / "trail-second.log").string(), false);
     daemon.start();
 
     auto actions = sortedActions(scenario);
@@ -256,12 +283,13 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
         while (next < actions.size() &&
                clock.now() >= boardTime(actions[next].at))
         {
-            act(actions[next++], *board, daemon, erot);
+            act(actions[next++], *board, {daemon, second}, erot);
         }
         // A reset that the eRoT accepted restarts the SMC.
         if (erot.endpoint().resetDue())
         {
-            act({.kind = DaemonAction::Kind::restart}, *board, daemon, erot);
+            act({.kind = DaemonAction::Kind::restart}, *board, {daemon, second},
+                erot);
         }
         stats.sample(clock.now(), *board, daemon);
         std::this_thread::sleep_for(tick);
@@ -269,7 +297,9 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
 
     std::ofstream(out / "dbus-state.json")
         << readDaemonObjects(bus.address()) << "\n";
+    std::string secondLine = secondDaemonLine(second, server);
     daemon.kill();
+    second.kill();
     neighbours.stop();
     server.stop();
     erot.finish();
@@ -282,7 +312,7 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
                              .count();
     std::string summary =
         summaryText(scenario, *board, daemon, neighbours, events, wallSeconds) +
-        erot.summaryLine();
+        secondLine + erot.summaryLine();
     std::ofstream(out / "summary.txt") << summary;
     std::cout << "\n" << summary << "outputs in " << out.string() << "\n";
     return erot.stateSaved() ? 0 : 1;

@@ -102,6 +102,9 @@ struct DaemonAction
         // kill and start again without an SMC reset: the reset reason
         // stays what it was when the SMC booted
         respawn,
+        // a second instance beside the running one, on the same board and
+        // bus; it has a trail of its own
+        second,
     };
     Seconds at = 0;
     Kind kind = Kind::restart;
@@ -122,7 +125,10 @@ struct Scenario
     std::vector<Fault> faults;
     std::vector<DaemonAction> daemon;
     std::map<std::string, int> toolExit; // exit status per tool path
-    ErotScenario erot;                   // the root of trust and its images
+    // Files under the simulated root before the daemon starts: absolute
+    // path to contents, taken as they are.
+    std::map<std::string, std::string> files;
+    ErotScenario erot; // the root of trust and its images
     Seconds end = 120;
     double speed = 10; // board seconds per machine second
 };

@@ -295,6 +295,7 @@ const std::vector<std::pair<std::string_view, DaemonAction::Kind>> daemonKinds =
         {"restart", DaemonAction::Kind::restart},
         {"kill", DaemonAction::Kind::kill},
         {"respawn", DaemonAction::Kind::respawn},
+        {"second", DaemonAction::Kind::second},
 };
 
 template <typename Kind>
@@ -357,6 +358,23 @@ std::map<std::string, int> parseTools(const json& value,
         tools[tool] = static_cast<int>(readInteger(status, where, 0, 255));
     }
     return tools;
+}
+
+std::map<std::string, std::string> parseFiles(const json& value,
+                                              const std::string& path)
+{
+    expectObject(value, path);
+    std::map<std::string, std::string> files;
+    for (const auto& [file, contents] : value.items())
+    {
+        std::string where = child(path, file);
+        if (!file.starts_with("/") || file.find("..") != std::string::npos)
+        {
+            fail(where, "a file is named by its absolute path, without \"..\"");
+        }
+        files[file] = readString(contents, where);
+    }
+    return files;
 }
 
 void parseRun(const Fields& fields, Scenario& scenario)
@@ -516,7 +534,7 @@ Scenario parseScenario(const json& document)
     Fields fields(document, "",
                   {"name", "description", "start", "baseWasOn", "oams", "ubb",
                    "k517", "fruValid", "host", "faults", "daemon", "tools",
-                   "erot", "end", "speed"});
+                   "files", "erot", "end", "speed"});
     Scenario scenario;
     scenario.name = "custom";
     scenario.end = defaultEnd;
@@ -549,6 +567,10 @@ Scenario parseScenario(const json& document)
     if (const json* tools = fields.find("tools"))
     {
         scenario.toolExit = parseTools(*tools, fields.at("tools"));
+    }
+    if (const json* files = fields.find("files"))
+    {
+        scenario.files = parseFiles(*files, fields.at("files"));
     }
     if (const json* erot = fields.find("erot"))
     {

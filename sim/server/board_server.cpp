@@ -89,11 +89,28 @@ void BoardServer::acceptLoop()
     }
 }
 
+uint64_t BoardServer::requestsFrom(pid_t process)
+{
+    std::lock_guard lock(mutex);
+    auto found = requestsByProcess.find(process);
+    return found == requestsByProcess.end() ? 0 : found->second;
+}
+
 void BoardServer::serve(int fd, uint64_t owner)
 {
+    ucred peer{};
+    socklen_t length = sizeof(peer);
+    if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &length) != 0)
+    {
+        peer.pid = -1;
+    }
     std::vector<uint8_t> request;
     while (receiveFrame(fd, request))
     {
+        {
+            std::lock_guard lock(mutex);
+            ++requestsByProcess[peer.pid];
+        }
         if (!sendFrame(fd, dispatch(board, request, owner)))
         {
             break;

@@ -2,8 +2,11 @@
 
 #include "board/board.hpp"
 
+#include <sys/types.h>
+
 #include <atomic>
 #include <list>
+#include <map>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -24,6 +27,9 @@ class BoardServer
     // Throws std::system_error when the socket can't be made.
     void start();
     void stop();
+    // Requests served to the connections of one process, so that what one
+    // of two daemons did to the board can be told apart.
+    uint64_t requestsFrom(pid_t process);
 
   private:
     void acceptLoop();
@@ -38,6 +44,7 @@ class BoardServer
     std::list<std::thread> workers;
     std::list<int> connections;
     uint64_t nextOwner = 1;
+    std::map<pid_t, uint64_t> requestsByProcess;
 };
 
 } // namespace ubbsim

@@ -513,21 +513,20 @@ uint32_t fullPowerOn(OrvaneSvcState& state, Attempt& attempt)
         reportManageability();
     }
     publishInjection(state);
-    uint32_t result = 0;
+    uint32_t result = 1;
     if (attempt.presentMask == 0)
     {
+        // A bare board has nothing more to power: it ends like a good run,
+        // and only the RM write says whether the attempt counts as one.
         ConsoleLog(INFO) << "OAM PRSNT not detected";
         result = lastRmWrite ? 1 : 0;
     }
-    else
+    else if (powerOams(state, attempt) == 0)
     {
-        result = powerOams(state, attempt);
-        if (result == 0)
-        {
-            return 0;
-        }
+        return 0;
     }
     releasePerst();
+    publishOn(state, attempt);
     return result;
 }
 
@@ -557,21 +556,13 @@ uint32_t Base_Pwr_on_Sqnc(OrvaneSvcState& state)
     removeInjectionMarker();
     ConsoleLog(INFO) << "OAM error injection will set to disable";
 
-    uint32_t result = 0;
     if (uint32_t warm = CheckWarmBootPowerGood(state); warm != 0)
     {
-        result = warmSkip(state, attempt, warm);
+        const uint32_t result = warmSkip(state, attempt, warm);
+        publishOn(state, attempt);
+        return result;
     }
-    else
-    {
-        result = fullPowerOn(state, attempt);
-        if (result == 0)
-        {
-            return 0;
-        }
-    }
-    publishOn(state, attempt);
-    return result;
+    return fullPowerOn(state, attempt);
 }
 
 bool detail::WriteRetimerResets(uint8_t value, const std::string& label,

@@ -9,6 +9,7 @@
 
 #include <array>
 #include <atomic>
+#include <cstdlib>
 #include <exception>
 #include <list>
 #include <memory>
@@ -21,6 +22,7 @@ namespace orvane
 namespace
 {
 
+using logging::level::CRITICAL;
 using logging::level::ERR;
 
 constexpr int vrCount = 12;
@@ -59,6 +61,7 @@ constexpr std::array<const char*, 4> vrDetailProperties{
     "Name", "Model", "VRSlaveAddr", "Writecycles"};
 
 std::atomic<bool> dbusReady{false};
+std::atomic<bool> claimPending{false};
 
 // Everything the D-Bus thread publishes. The values are read and written
 // only by that thread's event loop, so they need no lock.
@@ -131,6 +134,21 @@ void addEmptyString(Published& published, sdbus::IObject& object,
     }
 }
 
+// A VR interface that can't go live costs only itself: the line, and the
+// others are published all the same.
+void finishVrInterface(sdbus::IObject& object, const std::string& interface)
+{
+    try
+    {
+        object.finishRegistration();
+    }
+    catch (const sdbus::Error&)
+    {
+        ConsoleLog(ERR) << "Dbus interface "
+                        << interface << " register property fail.";
+    }
+}
+
 // VR_Info.<N> on the tree's root, then VR_Info.<N>.VR1 to VR12 below it.
 void publishVrInfo(Published& published, sdbus::IConnection& connection,
                    const std::string& module)
@@ -150,7 +168,7 @@ void publishVrInfo(Published& published, sdbus::IConnection& connection,
         addSummary("VRSlaveAddr_" + std::to_string(vr));
         addSummary("Writecycles_" + std::to_string(vr));
     }
-    root.finishRegistration();
+    finishVrInterface(root, summary);
 
     const std::string modulePath = std::string(vrInfoPath) + "/" + module;
     for (int vr = 1; vr <= vrCount; ++vr)
@@ -162,7 +180,7 @@ void publishVrInfo(Published& published, sdbus::IConnection& connection,
             addEmptyString(published, object, detail, name,
                            " register property fail.");
         }
-        object.finishRegistration();
+        finishVrInterface(object, detail);
     }
 }
 
@@ -180,6 +198,10 @@ void runRegistrations(sdbus::IConnection& connection)
     }
 }
 
+// The name is what makes this the one instance that drives the board. Held
+// by another, the process ends: the main thread is still waiting for the
+// claim and hasn't touched a line or a register. _Exit, because that thread
+// runs on and static destructors must not run under it.
 std::unique_ptr<sdbus::IConnection> claimBus()
 {
     auto connection = sdbus::createSystemBusConnection();
@@ -189,9 +211,14 @@ std::unique_ptr<sdbus::IConnection> claimBus()
     }
     catch (const sdbus::Error& e)
     {
-        throw sdbus::Error(e.getName(),
-                           "sd_bus_request_name: " + e.getMessage());
+        ConsoleLog(CRITICAL)
+            << "sd_bus_request_name: the bus name " << orvaneBusName
+            << " is not ours, another instance runs the "
+               "board; exiting: "
+            << e.getMessage();
+        std::_Exit(EXIT_FAILURE);
     }
+    claimPending = false;
     return connection;
 }
 
@@ -231,8 +258,9 @@ void serve(OrvaneSvcState& state)
 
 void RunDbusService(OrvaneSvcState& state)
 {
-    // Whatever stops the service ends this thread only: the power sequences
-    // go on without the bus, and the process stays up.
+    claimPending = true;
+    // Whatever else stops the service ends this thread only: the power
+    // sequences go on without the bus, and the process stays up.
     try
     {
         serve(state);
@@ -242,11 +270,17 @@ void RunDbusService(OrvaneSvcState& state)
         ConsoleLog(ERR) << "Dbus service " << orvaneBusName
                         << " stopped: " << e.getMessage();
     }
+    claimPending = false;
 }
 
 bool DbusReady()
 {
     return dbusReady;
+}
+
+bool DbusNameClaimPending()
+{
+    return claimPending;
 }
 
 void set_property(const std::string& name, uint32_t value)

@@ -60,21 +60,19 @@ constexpr std::array<GpioReset, 4> startUpLines{{
 
 void waitForDbus()
 {
-    if (DbusReady())
+    for (int look = 0; !DbusReady(); ++look)
     {
-        return;
-    }
-    for (int look = 0; look < dbusReadyLooks; ++look)
-    {
-        platform::sleepSeconds(1);
-        if (DbusReady())
+        // While the bus name is not settled another instance may be running
+        // the board: the wait then lasts as long as the claim does.
+        if (look >= dbusReadyLooks && !DbusNameClaimPending())
         {
+            // The sequence goes on: later publications fail on their own.
+            ConsoleLog(ERR) << "Fail to initialize the dbus service "
+                               "xyz.openbmc_project.Orvane";
             return;
         }
+        platform::sleepSeconds(1);
     }
-    // The sequence goes on: later publications fail on their own.
-    ConsoleLog(ERR)
-        << "Fail to initialize the dbus service xyz.openbmc_project.Orvane";
 }
 
 void clearAndPublish(OrvaneSvcState& state)

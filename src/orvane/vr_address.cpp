@@ -13,6 +13,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <stdexcept>
 #include <string>
 
 namespace orvane
@@ -50,15 +51,40 @@ bool hasEntryFields(const nlohmann::json& element)
            element.contains("Model") && element.contains("Name");
 }
 
-VrEntry makeEntry(const nlohmann::json& element)
+// False, with the field named, when an entry can't be read: a text that is
+// no number or too large for stoul, or a field that isn't a text.
+bool makeEntry(const nlohmann::json& element, VrEntry& entry,
+               const char*& failed)
 {
-    VrEntry entry;
-    // Throws as stoul does for a text that is no number or too large.
-    entry.address = static_cast<uint8_t>(
-        std::stoul(element["SlaveAddress"].get<std::string>(), nullptr, 16));
-    entry.model = element["Model"].get<std::string>();
-    entry.name = element["Name"].get<std::string>();
-    return entry;
+    try
+    {
+        failed = "SlaveAddress";
+        entry.address = static_cast<uint8_t>(
+            std::stoul(element[failed].get<std::string>(), nullptr, 16));
+        failed = "Model";
+        entry.model = element[failed].get<std::string>();
+        failed = "Name";
+        entry.name = element[failed].get<std::string>();
+        return true;
+    }
+    catch (const std::exception&)
+    {
+        return false;
+    }
+}
+
+// The configuration, or null when the file isn't JSON.
+nlohmann::json readConfig(const std::filesystem::path& file,
+                          const std::string& name)
+{
+    std::ifstream stream(file);
+    nlohmann::json config = nlohmann::json::parse(stream, nullptr, false);
+    if (config.is_discarded())
+    {
+        ConsoleLog(ERR) << name << " is not valid JSON: no VR of it is used";
+        return nullptr;
+    }
+    return config;
 }
 
 } // namespace
@@ -67,7 +93,8 @@ bool GetVrAddressList(bool isOam, int index, std::vector<VrEntry>& list)
 {
     const std::string folder =
         GetVrConfigDir(isOam ? "OAM_" + std::to_string(index) : "UBB");
-    const auto file = platform::path(folder + "/vr_config.json");
+    const std::string name = folder + "/vr_config.json";
+    const auto file = platform::path(name);
     std::error_code error;
     if (!std::filesystem::exists(file, error))
     {
@@ -75,8 +102,7 @@ bool GetVrAddressList(bool isOam, int index, std::vector<VrEntry>& list)
             << "No vr_config.json file found in VR config folder \n";
         return false;
     }
-    std::ifstream stream(file);
-    const nlohmann::json config = nlohmann::json::parse(stream);
+    const nlohmann::json config = readConfig(file, name);
     auto configs = config.find("VRConfigs");
     if (configs == config.end() || !configs->is_array())
     {
@@ -91,7 +117,16 @@ bool GetVrAddressList(bool isOam, int index, std::vector<VrEntry>& list)
         {
             continue;
         }
-        VrEntry entry = makeEntry(element);
+        VrEntry entry;
+        const char* failed = "";
+        if (!makeEntry(element, entry, failed))
+        {
+            // One bad entry costs only its own VR.
+            ConsoleLog(ERR) << name << ": VR entry with " << failed << " "
+                            << element[failed].dump()
+                            << " can't be read; that VR is skipped";
+            continue;
+        }
         const uint8_t configured = entry.address;
         if (seen.contains(configured))
         {

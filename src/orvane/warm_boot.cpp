@@ -62,7 +62,8 @@ uint32_t ReadResetReason()
 
 uint32_t CheckWarmBootPowerGood(OrvaneSvcState& state)
 {
-    if ((ReadResetReason() & warmResetMask) != 0)
+    const bool warmReset = (ReadResetReason() & warmResetMask) != 0;
+    if (warmReset)
     {
         ConsoleLog(INFO) << "Warm reset detected, checking OAM power-good";
         // The FPGA kept its image through the SMC reset.
@@ -97,12 +98,19 @@ uint32_t CheckWarmBootPowerGood(OrvaneSvcState& state)
     // good. Taken as read, a board with every slot fitted would pass with
     // no power at all, and base power-on would be skipped on a cold boot.
     const auto fitted = static_cast<uint8_t>(~present);
+    if (fitted == 0)
+    {
+        // A bare board shows no power to read. After a warm reset it is
+        // taken as running until this process attempts base power itself;
+        // a cold boot and every later attempt run the full sequences.
+        return warmReset && state.getSequenceEvent() == sequence_event::none
+                   ? 1
+                   : 0;
+    }
     auto missing = [fitted](uint8_t good) {
         return static_cast<uint8_t>(fitted & static_cast<uint8_t>(~good));
     };
-    // A board without any OAM has nothing that kept base power: it takes
-    // the full sequences, which know how to bring up a bare board.
-    return fitted != 0 && missing(hostGood) == 0 && missing(moduleGood) == 0 &&
+    return missing(hostGood) == 0 && missing(moduleGood) == 0 &&
                    missing(ctf) == 0
                ? 1
                : 0;

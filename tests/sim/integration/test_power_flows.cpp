@@ -261,24 +261,55 @@ TEST(PowerFlow, NominalBootRunsEveryStageInOrder)
 
 TEST(PowerFlow, WarmResetTakesOverWithoutTouchingTheRails)
 {
-    SimRun sim = run("warm-reset");
-    for (const char* text :
-         {"Warm reset detected, checking OAM power-good",
-          "Skip Stby_Pwr_on_Sqnc,because power good is assert.",
-          "Skip Base_Pwr_on_Sqnc,because power good is assert.",
-          // Board power stayed up: the FPGA answers with every module good.
-          "Module Power Good Register 0x61 value is ff"})
+    // With OAMs their power good says the board runs; a bare board has
+    // only the reset reason to go by.
+    const std::string bare =
+        writeScenario("warm-bare", {{"start", "warm"},
+                                    {"baseWasOn", true},
+                                    {"oams", {{"present", json::array()}}},
+                                    {"end", 40}});
+    for (const std::string& scenario : {std::string("warm-reset"), bare})
     {
-        EXPECT_THAT(sim.trail, HasSubstr(text));
+        SCOPED_TRACE(scenario);
+        SimRun sim = run(scenario);
+        for (const char* text :
+             {"Warm reset detected, checking OAM power-good",
+              "Skip Stby_Pwr_on_Sqnc,because power good is assert.",
+              "Skip Base_Pwr_on_Sqnc,because power good is assert."})
+        {
+            EXPECT_THAT(sim.trail, HasSubstr(text));
+        }
+        // Board power stayed up: the FPGA answers with every module good.
+        EXPECT_EQ(
+            sim.trailCount("Module Power Good Register 0x61 value is ff") > 0,
+            scenario != bare);
+        EXPECT_LT(sim.firstChange("en_VCCINT_FPGA", "0"), 0);
+        EXPECT_LT(sim.firstChange("SMC_FPGA_PROG_CTRL", "1"), 0);
+        EXPECT_LT(sim.firstChange("UBB_FPGA_PROG_B", "0"), 0);
+        EXPECT_EQ(sim.powerStatus("BasePowerStatus"), "On");
+        // And no read failed.
+        for (const auto& event : sim.events)
+        {
+            EXPECT_NE(event.value("call", ""), "i2cLog") << event.dump();
+        }
     }
-    EXPECT_LT(sim.firstChange("en_VCCINT_FPGA", "0"), 0);
-    EXPECT_LT(sim.firstChange("UBB_FPGA_PROG_B", "0"), 0);
+}
+
+// The name on the bus makes the one instance that drives the board.
+TEST(PowerFlow, SecondInstanceEndsWithoutTouchingTheBoard)
+{
+    SimRun sim = run(writeScenario(
+        "second", {{"host", {{{"at", 40}, {"action", "enable"}}}},
+                   {"daemon", {{{"at", 60}, {"action", "second"}}}},
+                   {"end", 75}}));
+    EXPECT_THAT(sim.console,
+                HasSubstr("second daemon: exited with status 1; 0 board "
+                          "requests"));
+    EXPECT_THAT(slurp(sim.outDir / "trail-second.log"),
+                HasSubstr("sd_bus_request_name: the bus name "
+                          "xyz.openbmc_project.Orvane is not ours"));
+    EXPECT_EQ(sim.powerStatus("StandbyPowerStatus"), "On");
     EXPECT_EQ(sim.powerStatus("BasePowerStatus"), "On");
-    // And no read failed.
-    for (const auto& event : sim.events)
-    {
-        EXPECT_NE(event.value("call", ""), "i2cLog") << event.dump();
-    }
 }
 
 TEST(PowerFlow, SmcResetUnderPowerAndDaemonRespawn)
@@ -375,6 +406,72 @@ TEST(PowerFlow, OamCountAndProductsChooseTheTopology)
     EXPECT_THAT(unknown.trail, HasSubstr("Standby power sequence 2 error"));
     EXPECT_EQ(unknown.texts("BootFailure").size(), 1U);
     EXPECT_LT(unknown.firstChange("GPU_BASE_FPGA_READY", "1"), 0);
+}
+
+// A bare board whose last RM write fails: the attempt counts as failed,
+// yet ends as a good one does, so that the monitor and the teardown see
+// base power on.
+TEST(PowerFlow, BareBoardAttemptAlwaysTakesTheCommonEnding)
+{
+    SimRun sim = run(writeScenario(
+        "bare-rm-write", {{"oams", {{"present", json::array()}}},
+                          {"host", {{{"at", 40}, {"action", "enable"}}}},
+                          // Over the first attempt, gone before the monitor
+                          // takes base power down and the next one starts.
+                          {"faults",
+                           {{{"kind", "nack"},
+                             {"bus", 0},
+                             {"address", 0x56},
+                             {"at", 39},
+                             {"until", 50}}}},
+                          {"end", 75}}));
+    EXPECT_EQ(sim.trailCount("Base Power-on Sequence failed"), 1);
+    EXPECT_THAT(sim.texts(unexpected),
+                Contains("Power Sequence: Re-sequence 1..."));
+    EXPECT_EQ(sim.trailCount("Boot  Time"), 2);
+    EXPECT_EQ(sim.trailCount("Base Power Enable Received"), 2);
+}
+
+// A bad vr_config.json costs the VRs it can't describe, nothing more.
+TEST(PowerFlow, MalformedVrConfigSkipsOnlyItsFaultClear)
+{
+    const json entries = {
+        {"VRConfigs",
+         {{{"SlaveAddress", "zz"}, {"Model", "A"}, {"Name", "VDD"}},
+          {{"SlaveAddress", "1FFFFFFFFFFFFFFFFF"},
+           {"Model", "A"},
+           {"Name", "Q"}},
+          {{"SlaveAddress", "40"}, {"Model", 7}, {"Name", "VCC"}},
+          {{"SlaveAddress", "41"}, {"Model", "B"}, {"Name", "VCC"}}}}};
+    struct Case
+    {
+        std::string contents;
+        std::vector<std::string> lines;
+    };
+    const Case cases[] = {
+        {entries.dump(),
+         {"] /vr_config.json: VR entry with SlaveAddress \"zz\" can't be "
+          "read; that VR is skipped\n",
+          "] /vr_config.json: VR entry with SlaveAddress "
+          "\"1FFFFFFFFFFFFFFFFF\" can't be read",
+          "] /vr_config.json: VR entry with Model 7 can't be read",
+          "] Cleared faults at slave addr 0x41\n"}},
+        {"{\"VRConfigs\": [",
+         {"] /vr_config.json is not valid JSON: no VR of it is used\n",
+          "] Failed to get VR address list for UBB\n"}},
+    };
+    for (const Case& c : cases)
+    {
+        SimRun sim = run(writeScenario(
+            "vr-config", {{"host", {{{"at", 40}, {"action", "enable"}}}},
+                          {"files", {{"/vr_config.json", c.contents}}},
+                          {"end", 70}}));
+        for (const std::string& line : c.lines)
+        {
+            EXPECT_THAT(sim.trail, HasSubstr(line));
+        }
+        EXPECT_EQ(sim.trailCount(baseGood), 1) << c.contents;
+    }
 }
 
 TEST(PowerFlow, FpgaActivationTimeoutOnceThenTwice)

@@ -155,6 +155,8 @@ TEST(ScenarioErrors, NameTheField)
          "host[1].at: 130 s is after the end of the run (100 s)"},
         {R"({"tools": {"rm_recovery.sh": 0}})",
          "tools.rm_recovery.sh: a tool is named by its absolute"},
+        {R"({"files": {"/a/../../etc/x": ""}})",
+         "files./a/../../etc/x: a file is named by its absolute path"},
         {R"({"speed": 0})", "speed: must be a number > 0"},
         {R"({"faults": [{"kind": "ctf", "oam": 1, "at": 5},
               {"kind": "fpgaTimeout", "count": 1},
