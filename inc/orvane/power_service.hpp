@@ -19,6 +19,10 @@ constexpr const char* vrInfoInterface = "xyz.openbmc_project.Orvane.VR_Info";
 // VR_Info trees, registers the secure boot status, sets dbusReady and
 // serves the bus for ever.
 void RunDbusService(OrvaneSvcState& state);
+// Starts RunDbusService on a detached thread of its own. The name claim
+// counts as pending from here, not from when the thread first runs, so a
+// slow thread start can't let standby touch the board first.
+void StartDbusService(OrvaneSvcState& state);
 
 // Set once the objects are published; never cleared.
 bool DbusReady();

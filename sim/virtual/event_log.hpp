@@ -1,7 +1,7 @@
 #pragma once
 
 #include "common/sim_clock.hpp"
-#include "logging/zellib.hpp"
+#include "utils/platform/zellib.hpp"
 #include "utils/platform/journal.hpp"
 
 #include <mutex>
@@ -29,7 +29,7 @@ class JsonLines
 };
 
 // The logging library of the virtual board: keeps every call it receives.
-class EventLogZellib : public orvane::logging::Zellib
+class EventLogZellib : public orvane::platform::Zellib
 {
   public:
     EventLogZellib(JsonLines& out, std::string dumpDirectory) :

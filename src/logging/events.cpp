@@ -1,7 +1,7 @@
 #include "logging/events.hpp"
 
 #include "logging/log_line.hpp"
-#include "utils/i2c_event.hpp"
+#include "logging/i2c_event.hpp"
 #include "utils/platform/platform.hpp"
 
 #include <iostream>

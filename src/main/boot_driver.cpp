@@ -63,7 +63,7 @@ bool RunStandby(OrvaneSvcState& state, sem_t* semaphore, SteadyTime zero,
                 BootTimes& times, ComponentTimes& componentTimes,
                 SecureBootService*& service)
 {
-    std::thread(RunDbusService, std::ref(state)).detach();
+    StartDbusService(state);
     uint32_t standbyOne = Stby_Pwr_on_Sqnc_1(state);
     bool warmGood = CheckWarmBootPowerGood(state) != 0;
     // Never freed: the copy task and the D-Bus methods outlive the boot.

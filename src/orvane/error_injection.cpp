@@ -2,7 +2,7 @@
 
 #include "detail/board_constants.hpp"
 #include "logging/log_line.hpp"
-#include "utils/i2c_event.hpp"
+#include "logging/i2c_event.hpp"
 #include "utils/i2c_ops.hpp"
 #include "utils/platform/platform.hpp"
 

@@ -14,6 +14,7 @@
 #include <list>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace orvane
@@ -271,6 +272,12 @@ void RunDbusService(OrvaneSvcState& state)
                         << " stopped: " << e.getMessage();
     }
     claimPending = false;
+}
+
+void StartDbusService(OrvaneSvcState& state)
+{
+    claimPending = true;
+    std::thread(RunDbusService, std::ref(state)).detach();
 }
 
 bool DbusReady()

@@ -11,7 +11,7 @@
 #include "orvane/ubb_fpga_config.hpp"
 #include "orvane/update_bits.hpp"
 #include "utils/hex_text.hpp"
-#include "utils/i2c_event.hpp"
+#include "logging/i2c_event.hpp"
 #include "utils/i2c_ops.hpp"
 #include "utils/platform/platform.hpp"
 

@@ -1,7 +1,7 @@
 #include "utils/i2c_channel.hpp"
 
 #include "logging/log_line.hpp"
-#include "utils/i2c_event.hpp"
+#include "logging/i2c_event.hpp"
 #include "utils/platform/platform.hpp"
 
 #include <fcntl.h>

@@ -2,7 +2,7 @@
 #include "logging/log_line.hpp"
 #include "utils/hex_text.hpp"
 #include "utils/i2c_channel.hpp"
-#include "utils/i2c_event.hpp"
+#include "logging/i2c_event.hpp"
 #include "utils/i2c_ops.hpp"
 #include "utils/platform/platform.hpp"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "logging/zellib.hpp"
+#include "utils/platform/zellib.hpp"
 
 #include <mutex>
 #include <optional>
@@ -32,7 +32,7 @@ struct ZellibCall
     bool flag = false;
 };
 
-class RecordingZellib : public logging::Zellib
+class RecordingZellib : public platform::Zellib
 {
   public:
     int addLog(const std::string& message, int level,

@@ -1,5 +1,5 @@
 #include "fakes/fake_platform.hpp"
-#include "logging/zellib_fallback.hpp"
+#include "utils/platform/zellib_fallback.hpp"
 #include "utils/platform/real_clock.hpp"
 #include "utils/platform/real_shell.hpp"
 
@@ -29,7 +29,7 @@ class ZellibFallbackTest : public ::testing::Test
   protected:
     test::FakePlatform fake;
     std::vector<Fields> sent;
-    logging::ZellibFallback library{
+    platform::ZellibFallback library{
         [this](const Fields& fields) { sent.push_back(fields); },
         "/var/lib/orvane/log-dumps"};
 };
@@ -78,7 +78,7 @@ TEST_F(ZellibFallbackTest, I2cRecordBecomesStructuredEntry)
 
 TEST_F(ZellibFallbackTest, DumpHoldsTheMostRecentEvents)
 {
-    for (size_t i = 0; i < logging::ZellibFallback::keptEvents + 10; ++i)
+    for (size_t i = 0; i < platform::ZellibFallback::keptEvents + 10; ++i)
     {
         library.addLog("event " + std::to_string(i), 6, "Id", "", "", "");
     }

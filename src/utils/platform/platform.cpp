@@ -91,7 +91,7 @@ Journal& journal()
     return need(snapshot().journal, "journal");
 }
 
-logging::Zellib& zellib()
+Zellib& zellib()
 {
     return need(snapshot().zellib, "zellib");
 }

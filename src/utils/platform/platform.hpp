@@ -1,6 +1,6 @@
 #pragma once
 
-#include "logging/zellib.hpp"
+#include "utils/platform/zellib.hpp"
 #include "utils/platform/clock.hpp"
 #include "utils/platform/dev_mem.hpp"
 #include "utils/platform/file_root.hpp"
@@ -30,7 +30,7 @@ struct Platform
     FileRoot* files = nullptr;
     DevMem* devMem = nullptr;
     Journal* journal = nullptr;
-    logging::Zellib* zellib = nullptr;
+    Zellib* zellib = nullptr;
     RetimerLib* retimer = nullptr;
     // The exchange with the eRoT, handed to the client library; null is the
     // library's own MCTP transport on the system bus.
@@ -52,7 +52,7 @@ Shell& shell();
 FileRoot& files();
 DevMem& devMem();
 Journal& journal();
-logging::Zellib& zellib();
+Zellib& zellib();
 RetimerLib& retimer();
 
 // A board path under the installed file root.

@@ -1,6 +1,6 @@
 #include "utils/platform/production.hpp"
 
-#include "logging/zellib_loader.hpp"
+#include "utils/platform/real_zellib.hpp"
 #include "utils/platform/platform.hpp"
 #include "utils/platform/real_clock.hpp"
 #include "utils/platform/real_files.hpp"
@@ -29,14 +29,14 @@ void installProduction()
     seams.clock = realClock.get();
     seams.files = root.get();
     install(seams);
-    static auto logging = logging::loadZellib();
+    static auto zellib = loadZellib();
 
     seams.i2c = i2cDev.get();
     seams.gpio = lines.get();
     seams.shell = realShell.get();
     seams.devMem = mem.get();
     seams.journal = realJournal.get();
-    seams.zellib = logging.get();
+    seams.zellib = zellib.get();
     seams.retimer = retimerLib.get();
     seams.erot = &erot::ErotTransportSendRecv;
     install(seams);

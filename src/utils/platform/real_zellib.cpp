@@ -1,10 +1,10 @@
-#include "logging/zellib_loader.hpp"
+#include "utils/platform/real_zellib.hpp"
 
-#include "logging/zellib_fallback.hpp"
+#include "utils/platform/zellib_fallback.hpp"
 
 #include <dlfcn.h>
 
-namespace orvane::logging
+namespace orvane::platform
 {
 
 namespace
@@ -119,4 +119,4 @@ std::unique_ptr<Zellib> loadZellib()
                                             "/var/lib/orvane/log-dumps");
 }
 
-} // namespace orvane::logging
+} // namespace orvane::platform

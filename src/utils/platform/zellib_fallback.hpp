@@ -1,6 +1,6 @@
 #pragma once
 
-#include "logging/zellib.hpp"
+#include "utils/platform/zellib.hpp"
 
 #include <deque>
 #include <functional>
@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-namespace orvane::logging
+namespace orvane::platform
 {
 
 // Takes one structured journal entry as "FIELD=value" texts.
@@ -54,4 +54,4 @@ class ZellibFallback : public Zellib
 // Sends an entry to the systemd journal.
 void sendToJournal(const std::vector<std::string>& fields);
 
-} // namespace orvane::logging
+} // namespace orvane::platform

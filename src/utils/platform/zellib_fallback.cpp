@@ -1,4 +1,4 @@
-#include "logging/zellib_fallback.hpp"
+#include "utils/platform/zellib_fallback.hpp"
 
 #include "utils/platform/platform.hpp"
 
@@ -12,7 +12,7 @@
 #include <iomanip>
 #include <sstream>
 
-namespace orvane::logging
+namespace orvane::platform
 {
 
 namespace
@@ -198,4 +198,4 @@ void sendToJournal(const std::vector<std::string>& fields)
     sd_journal_sendv(parts.data(), static_cast<int>(parts.size()));
 }
 
-} // namespace orvane::logging
+} // namespace orvane::platform

@@ -23,7 +23,7 @@ struct I2CLogData
     std::string message;
 };
 
-namespace orvane::logging
+namespace orvane::platform
 {
 
 // The five calls of the closed logging library.
@@ -46,4 +46,4 @@ class Zellib
     virtual void setBootTimeFinish(bool value) = 0;
 };
 
-} // namespace orvane::logging
+} // namespace orvane::platform
