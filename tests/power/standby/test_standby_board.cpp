@@ -146,6 +146,7 @@ TEST(StandbyBoardTest, FpgaActivationTimeoutIsRetriedOnce)
         ASSERT_THAT(inARow, SizeIs(1));
         EXPECT_EQ(inARow[0].level, 2);
         EXPECT_THAT(out, HasSubstr("Fail to configure UBB FPGA"));
+        EXPECT_THAT(out, HasSubstr("UBB FPGA configed fail"));
         EXPECT_THAT(b.fx.board->summary()[0], HasSubstr("k517 off"));
     }
 }
