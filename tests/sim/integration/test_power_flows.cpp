@@ -424,12 +424,24 @@ TEST(PowerFlow, BareBoardAttemptAlwaysTakesTheCommonEnding)
                              {"address", 0x56},
                              {"at", 39},
                              {"until", 50}}}},
-                          {"end", 75}}));
+                          {"end", 120}}));
     EXPECT_EQ(sim.trailCount("Base Power-on Sequence failed"), 1);
     EXPECT_THAT(sim.texts(unexpected),
                 Contains("Power Sequence: Re-sequence 1..."));
-    EXPECT_EQ(sim.trailCount("Boot  Time"), 2);
-    EXPECT_EQ(sim.trailCount("Base Power Enable Received"), 2);
+    // Every attempt, the failed one first, ends with the boot time report
+    // before the next one starts. A slow build may fit fewer attempts in.
+    const std::string start = "Base Power Enable Received";
+    size_t at = sim.trail.find(start);
+    ASSERT_NE(at, std::string::npos);
+    for (size_t next; (next = sim.trail.find(start, at + 1)) !=
+                      std::string::npos;
+         at = next)
+    {
+        EXPECT_NE(sim.trail.substr(at, next - at).find("Boot  Time"),
+                  std::string::npos)
+            << "an attempt without its ending at " << at;
+    }
+    EXPECT_GE(sim.trailCount(start), 2);
 }
 
 // A bad vr_config.json costs the VRs it can't describe, nothing more.
