@@ -157,6 +157,12 @@ SimRun runSim(const std::string& scenario,
     {
         command += " '" + arg + "'";
     }
+    // ubb-sim built for another architecture runs under the same emulator
+    // as the daemon it starts.
+    if (const char* wrapper = std::getenv("UBBSIM_EXEC_WRAPPER"))
+    {
+        command = std::string(wrapper) + " " + command;
+    }
     int raw =
         std::system((command + " >'" + console.string() + "' 2>&1").c_str());
     run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
