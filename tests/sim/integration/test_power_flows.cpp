@@ -197,8 +197,10 @@ std::string writeScenario(const std::string& name, const json& body)
 }
 
 // Runs fast enough for a test, slow enough that a busy machine doesn't
-// stretch a board second.
-const std::vector<std::string> testSpeed = {"--speed", "20"};
+// stretch a board second. A daemon under an emulator runs several times
+// slower, and so does its board time.
+const std::vector<std::string> testSpeed = {
+    "--speed", std::getenv("UBBSIM_EXEC_WRAPPER") != nullptr ? "5" : "20"};
 
 SimRun run(const std::string& scenario)
 {
