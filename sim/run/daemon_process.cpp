@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <cstdlib>
 #include <iostream>
 #include <iterator>
 #include <sstream>
@@ -34,6 +35,10 @@ void DaemonProcess::start()
     {
         throw std::runtime_error("cannot make the daemon's output pipe");
     }
+    // A daemon built for another architecture runs under the emulator that
+    // UBBSIM_EXEC_WRAPPER names (e.g. qemu-arm): it can't rely on binfmt_misc.
+    const char* wrapper = std::getenv("UBBSIM_EXEC_WRAPPER");
+    std::string launcher = wrapper != nullptr ? wrapper : "";
     pid = ::fork();
     if (pid == 0)
     {
@@ -45,7 +50,16 @@ void DaemonProcess::start()
         {
             ::setenv(name.c_str(), value.c_str(), 1);
         }
-        ::execl(program.c_str(), program.c_str(), static_cast<char*>(nullptr));
+        if (launcher.empty())
+        {
+            ::execl(program.c_str(), program.c_str(),
+                    static_cast<char*>(nullptr));
+        }
+        else
+        {
+            ::execlp(launcher.c_str(), launcher.c_str(), program.c_str(),
+                     static_cast<char*>(nullptr));
+        }
         std::perror(program.c_str());
         ::_exit(127);
     }

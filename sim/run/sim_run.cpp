@@ -17,6 +17,7 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iomanip>
@@ -93,11 +94,13 @@ void clearOutputs(const fs::path& out)
     fs::remove_all(out / "root");
 }
 
+// clock_gettime, not system_clock::now(): the latter loses the time after
+// 2038 in a standard library built with a 32-bit time_t.
 int64_t wallNowNs()
 {
-    return std::chrono::duration_cast<std::chrono::nanoseconds>(
-               std::chrono::system_clock::now().time_since_epoch())
-        .count();
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<int64_t>(now.tv_sec) * 1'000'000'000 + now.tv_nsec;
 }
 
 std::vector<DaemonAction> sortedActions(const Scenario& scenario)

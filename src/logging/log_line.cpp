@@ -11,6 +11,10 @@
 namespace orvane::logging
 {
 
+// A 32-bit time_t prints 2038-01-19 03:14:08 as 1901-12-13 20:45:52: 32-bit
+// builds need -D_TIME_BITS=64.
+static_assert(sizeof(std::time_t) == 8, "time_t must hold dates past 2038");
+
 namespace
 {
 

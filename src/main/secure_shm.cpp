@@ -14,6 +14,10 @@ namespace orvane
 
 using logging::level::CRITICAL;
 
+// Other processes map the object at the target's size: its semaphore must
+// fit exactly, whatever the width of time_t.
+static_assert(sizeof(void*) != 4 || sizeof(sem_t) == secureShmSize);
+
 sem_t* OpenSecureShm(const char* name)
 {
     int fd = shm_open(name, O_RDWR | O_CREAT, 0700);

@@ -38,6 +38,14 @@ void FakeClock::advance(std::chrono::nanoseconds duration)
     elapsed += duration;
 }
 
+void FakeClock::setWall(std::chrono::system_clock::time_point now)
+{
+    std::lock_guard lock(mutex);
+    wallStart =
+        now - std::chrono::duration_cast<std::chrono::system_clock::duration>(
+                  elapsed);
+}
+
 std::vector<std::chrono::nanoseconds> FakeClock::sleeps() const
 {
     std::lock_guard lock(mutex);

@@ -20,6 +20,8 @@ class FakeClock : public platform::Clock
     void sleepFor(std::chrono::nanoseconds duration) override;
 
     void advance(std::chrono::nanoseconds duration);
+    // The wall clock reads `now` from here on; the steady clock goes on.
+    void setWall(std::chrono::system_clock::time_point now);
     std::vector<std::chrono::nanoseconds> sleeps() const;
     std::chrono::nanoseconds slept() const;
 

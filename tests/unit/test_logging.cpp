@@ -2,10 +2,13 @@
 #include "fakes/fake_platform.hpp"
 #include "logging/events.hpp"
 #include "logging/log_line.hpp"
+#include "main/boot_report.hpp"
 
 #include <cstdlib>
 #include <ctime>
 #include <iomanip>
+#include <sstream>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -173,6 +176,40 @@ TEST_F(LoggingTest, PowerCriticalDumpsThenOneNonVolatileEntry)
     EXPECT_NE(out.find("[WARNING \"events.cpp\":"), std::string::npos);
     EXPECT_NE(out.find("orvane tigger log dump fail. code: 5"),
               std::string::npos);
+}
+
+// The clock goes on past 2038 on the 32-bit SMC as well: a 32-bit time_t
+// prints the second after 2038-01-19 03:14:07 as 1901-12-13 20:45:52.
+TEST_F(LoggingTest, StampsAndBootReportPast2038)
+{
+    const std::pair<int64_t, std::string> stamps[] = {
+        {2'147'483'647, "(2038-01-19 03:14:07) ["},
+        {2'147'483'648, "(2038-01-19 03:14:08) ["},
+        // 2100 is no leap year.
+        {4'107'542'399, "(2100-02-28 23:59:59) ["},
+        {4'107'542'400, "(2100-03-01 00:00:00) ["},
+    };
+    for (const auto& [utc, stamp] : stamps)
+    {
+        fake.clock.setWall(
+            std::chrono::system_clock::time_point(std::chrono::seconds(utc)));
+        std::string out = console([] {
+            PrintBootTimeReport({1.5, 2, 3}, {{"IFWI", 4}});
+            NvEvent(level::WARNING, "OrvaneSvcUnexpected", "", "", "") << "e";
+        });
+        std::istringstream lines(out);
+        int count = 0;
+        for (std::string line; std::getline(lines, line); ++count)
+        {
+            EXPECT_TRUE(line.starts_with(stamp)) << line;
+        }
+        EXPECT_EQ(count, 7);
+        EXPECT_NE(out.find("] *** StandBy Power On took 1.5 sec ***\n"),
+                  std::string::npos);
+        EXPECT_NE(out.find("] *** Base Power On took 3sec *** \n"),
+                  std::string::npos);
+        EXPECT_TRUE(fake.zellib.calls().back().message.starts_with(stamp));
+    }
 }
 
 } // namespace

@@ -19,7 +19,15 @@ class RealClock : public Clock
 
     std::chrono::system_clock::time_point wallNow() override
     {
-        return std::chrono::system_clock::now();
+        // Not system_clock::now(): a standard library built with a 32-bit
+        // time_t (Debian's armhf one) loses the time after 2038, while this
+        // call is the 64-bit one in our 32-bit build.
+        timespec now{};
+        clock_gettime(CLOCK_REALTIME, &now);
+        return std::chrono::system_clock::time_point(
+            std::chrono::duration_cast<std::chrono::system_clock::duration>(
+                std::chrono::seconds(now.tv_sec) +
+                std::chrono::nanoseconds(now.tv_nsec)));
     }
 
     void sleepFor(std::chrono::nanoseconds duration) override

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -22,6 +23,14 @@ struct I2CLogData
     bool otherFailure = false;
     std::string message;
 };
+// The closed library reads this record by its own layout, on the 32-bit
+// target as on the 64-bit one.
+static_assert(offsetof(I2CLogData, address) == 2);
+static_assert(offsetof(I2CLogData, reg) == 4);
+static_assert(offsetof(I2CLogData, readLength) == 8);
+static_assert(offsetof(I2CLogData, writeLength) == 12);
+static_assert(offsetof(I2CLogData, readBuffer) == 16);
+static_assert(offsetof(I2CLogData, noAccess) == 16 + 2 * sizeof(void*));
 
 namespace orvane::platform
 {

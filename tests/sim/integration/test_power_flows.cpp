@@ -157,6 +157,12 @@ SimRun runSim(const std::string& scenario,
     {
         command += " '" + arg + "'";
     }
+    // ubb-sim built for another architecture runs under the same emulator
+    // as the daemon it starts.
+    if (const char* wrapper = std::getenv("UBBSIM_EXEC_WRAPPER"))
+    {
+        command = std::string(wrapper) + " " + command;
+    }
     int raw =
         std::system((command + " >'" + console.string() + "' 2>&1").c_str());
     run.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
@@ -191,8 +197,10 @@ std::string writeScenario(const std::string& name, const json& body)
 }
 
 // Runs fast enough for a test, slow enough that a busy machine doesn't
-// stretch a board second.
-const std::vector<std::string> testSpeed = {"--speed", "20"};
+// stretch a board second. A daemon under an emulator runs several times
+// slower, and so does its board time.
+const std::vector<std::string> testSpeed = {
+    "--speed", std::getenv("UBBSIM_EXEC_WRAPPER") != nullptr ? "5" : "20"};
 
 SimRun run(const std::string& scenario)
 {
