@@ -1,6 +1,7 @@
 #pragma once
 
 #include "erotlib/wire_structs.hpp"
+#include "secure-boot/ahdr.hpp"
 #include "secure-boot/boot_context.hpp"
 
 #include <sdbus-c++/Types.h>
@@ -15,8 +16,6 @@
 // calls serve management clients and never halt.
 namespace orvane
 {
-
-constexpr size_t ahdrSize = 578;
 
 int ErotActiveFlashConfigRead(BootContext& context, uint32_t* pActive,
                               uint32_t* pPending, bool* pUpdateOnReboot);

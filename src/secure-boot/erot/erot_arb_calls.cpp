@@ -1,7 +1,7 @@
 #include "erotlib/erot.hpp"
 #include "logging/log_line.hpp"
+#include "secure-boot/erot/erot_report.hpp"
 #include "secure-boot/erot_calls.hpp"
-#include "secure-boot/erot_report.hpp"
 
 #include <iomanip>
 

@@ -1,4 +1,4 @@
-#include "secure-boot/erot_report.hpp"
+#include "secure-boot/erot/erot_report.hpp"
 
 #include "logging/log_line.hpp"
 

@@ -2,7 +2,7 @@
 
 #include "erotlib/erot.hpp"
 #include "logging/log_line.hpp"
-#include "secure-boot/erot_report.hpp"
+#include "secure-boot/erot/erot_report.hpp"
 
 #include <cstring>
 #include <iomanip>

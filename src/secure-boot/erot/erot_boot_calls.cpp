@@ -1,8 +1,8 @@
 #include "erotlib/erot.hpp"
 #include "logging/log_line.hpp"
 #include "secure-boot/boot_failure.hpp"
+#include "secure-boot/erot/erot_report.hpp"
 #include "secure-boot/erot_calls.hpp"
-#include "secure-boot/erot_report.hpp"
 #include "utils/platform/platform.hpp"
 
 #include <cerrno>

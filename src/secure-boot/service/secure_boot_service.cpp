@@ -4,6 +4,7 @@
 #include "orvane/standby_stage2.hpp"
 #include "secure-boot/boot_failure.hpp"
 #include "secure-boot/erot_calls.hpp"
+#include "secure-boot/image_paths.hpp"
 #include "secure-boot/secure_boot_status.hpp"
 #include "secure-boot/trace_log.hpp"
 
@@ -16,22 +17,37 @@ namespace
 using logging::level::ERR;
 using logging::level::INFO;
 
-constexpr uint8_t sideA = 0;
-
 } // namespace
 
-SecureBootService::SecureBootService(sem_t* criticalSection, bool warmGood) :
-    warmGood(warmGood)
+std::vector<ComponentEntry> DriverComponents()
 {
-    context.criticalSection = criticalSection;
+    std::vector<ComponentEntry> entries;
+    for (FwType id : {FwType::UBB_FPGA, FwType::Retimer, FwType::Retimer_1,
+                      FwType::Retimer_2, FwType::VR, FwType::RM, FwType::IFWI,
+                      FwType::BUNDLE})
+    {
+        entries.push_back(
+            {std::string(FindFwNames(static_cast<uint32_t>(id))->text), id,
+             false});
+    }
+    return entries;
 }
 
-uint8_t SecureBootService::activeSide()
+SecureBootService::SecureBootService(sem_t* semaphore, bool warmGood) :
+    components(DriverComponents()),
+    criticalSection(std::make_shared<BootContext>()),
+    bprTable(std::make_shared<BprTable>()),
+    persist(std::make_shared<erot::SmcPersistRecord>()), warmGood(warmGood)
+{
+    criticalSection->criticalSection = semaphore;
+}
+
+uint8_t SecureBootService::readActiveSide()
 {
     uint32_t active = sideA;
     uint32_t pending = sideA;
     bool updateOnReboot = false;
-    if (ErotActiveFlashConfigRead(context, &active, &pending,
+    if (ErotActiveFlashConfigRead(*criticalSection, &active, &pending,
                                   &updateOnReboot) != 0)
     {
         return sideA;
@@ -52,15 +68,15 @@ void SecureBootService::runSecureBoot(OrvaneSvcState& state)
     }
     SetSecureBootStatus("InProgress");
     ConsoleLog(INFO) << "=== Start Secure Boot ===";
-    PrintDebugTraceLog(context);
-    if (Stby_Pwr_on_Sqnc_2_PreRetimer(state, activeSide()) == 0 ||
+    PrintDebugTraceLog(*criticalSection);
+    if (Stby_Pwr_on_Sqnc_2_PreRetimer(state, readActiveSide()) == 0 ||
         Stby_Pwr_on_Sqnc_2(state) == 0)
     {
         ConsoleLog(ERR) << "Standby power sequence 2 error";
-        BootFailure(context);
+        BootFailure(*criticalSection);
     }
     ConsoleLog(INFO) << "Print DebugTraceLog again.";
-    PrintDebugTraceLog(context);
+    PrintDebugTraceLog(*criticalSection);
     ConsoleLog(INFO) << "=== end of Secure Boot ===";
 }
 

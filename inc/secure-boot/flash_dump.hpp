@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace orvane
+{
+
+// Copies `size` bytes of a flash device to a file with dd: whole 512-byte
+// blocks first, then the remainder byte by byte. False when a dd fails.
+bool DumpFlash(const std::string& devicePath, const std::string& filePath,
+               uint32_t size);
+
+// The MTD device of the UBB flash partition, "/dev/mtdN", found by name
+// below the SPI controller; empty when there is none.
+std::string FindFlashDevice();
+
+} // namespace orvane

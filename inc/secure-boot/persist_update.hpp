@@ -1,0 +1,20 @@
+#pragma once
+
+#include "erotlib/wire_structs.hpp"
+
+#include <functional>
+#include <string>
+
+namespace orvane
+{
+
+class SecureBootService;
+
+// Reads the eRoT's persist record into the service's working copy and, when
+// the read is good (status 0, 16 bytes), applies `change` and writes it
+// back. A bad read logs "<name> Get_SMC_Persist process error." and the
+// change is dropped; a dead link halts inside the eRoT call.
+void UpdatePersist(SecureBootService& service, const std::string& name,
+                   const std::function<void(erot::SmcPersistRecord&)>& change);
+
+} // namespace orvane

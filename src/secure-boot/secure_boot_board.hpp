@@ -1,0 +1,54 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string_view>
+
+// The board as secure boot sees it: where the image readers find the
+// devices, and how the RMs are reached.
+namespace orvane::secure_boot_board
+{
+
+// The SMC's SPI controller, which Linux may only hold for a read.
+inline constexpr std::string_view spiDevice = "1e631000.spi";
+inline constexpr std::string_view spiDriverDir =
+    "/sys/bus/platform/drivers/aspeed-smc/";
+inline constexpr std::string_view spiBindFile =
+    "/sys/bus/platform/drivers/aspeed-smc/bind";
+inline constexpr std::string_view spiUnbindFile =
+    "/sys/bus/platform/drivers/aspeed-smc/unbind";
+inline constexpr std::string_view spiMtdDir =
+    "/sys/devices/platform/ahb/1e631000.spi/mtd";
+inline constexpr std::string_view flashPartitionName = "ubb-spi2:0";
+
+// The GPIO lines that route the UBB FPGA's SPI flash to the SMC.
+inline constexpr std::string_view spiSelectLine = "SMC_UBB_FPGA_SPI_SEL";
+inline constexpr std::string_view flashSideLine = "SMC_UBB_FLASH_AB_SEL";
+
+// The UBB FPGA on I2C bus 3, and its registers for the parallel IFWI read.
+inline constexpr int ubbFpgaBus = 3;
+inline constexpr uint8_t ubbFpgaAddress = 0x56;
+inline constexpr uint8_t spiRoutingReg = 0x40;
+inline constexpr uint8_t spiRoutingReg2 = 0x41;
+inline constexpr uint8_t misoDifferenceReg = 0x42;
+inline constexpr uint8_t oamPresenceReg = 0x63;
+inline constexpr std::string_view ifwiDumpFile = "/tmp/ifwi_dump";
+
+// Every OAM's RM answers at this address on the OAM's own bus.
+inline constexpr uint8_t rmAddress = 0x56;
+inline constexpr std::array<int, 8> rmBus{5, 6, 7, 8, 9, 10, 11, 0};
+// The two bytes before the four of the bundle version in its write.
+inline constexpr std::array<uint8_t, 2> bundleVersionPrefix{0xF4, 0x0A};
+
+// The positions of the retimers' I2C switch.
+inline constexpr std::array<uint8_t, 8> retimerSwitch{0x01, 0x02, 0x04, 0x08,
+                                                      0x10, 0x20, 0x40, 0x80};
+inline constexpr std::array<uint8_t, 4> retimer1Switch{0x02, 0x04, 0x20, 0x40};
+inline constexpr std::array<uint8_t, 4> retimer2Switch{0x01, 0x08, 0x10, 0x80};
+
+// The RM service, outside this system.
+inline constexpr std::string_view rmService = "xyz.openbmc_project.rm";
+inline constexpr std::string_view rmObject = "/xyz/openbmc_project/rm/Ctrl";
+inline constexpr std::string_view rmInterface = "xyz.openbmc_project.rmIntf";
+
+} // namespace orvane::secure_boot_board
