@@ -16,8 +16,8 @@ constexpr const char* vrInfoPath = "/xyz/openbmc_project/Orvane/VR_Info";
 constexpr const char* vrInfoInterface = "xyz.openbmc_project.Orvane.VR_Info";
 
 // The D-Bus thread: claims the name, publishes Power_Status and the nine
-// VR_Info trees, registers the secure boot status, sets dbusReady and
-// serves the bus for ever.
+// VR_Info trees, registers the secure image information and status, sets
+// dbusReady and serves the bus for ever.
 void RunDbusService(OrvaneSvcState& state);
 // Starts RunDbusService on a detached thread of its own. The name claim
 // counts as pending from here, not from when the thread first runs, so a

@@ -10,6 +10,7 @@
 #include "orvane/sgpio.hpp"
 #include "orvane/standby_power.hpp"
 #include "orvane/warm_boot.hpp"
+#include "secure-boot/image_info_bus.hpp"
 #include "secure-boot/secure_boot_service.hpp"
 #include "utils/platform/platform.hpp"
 
@@ -68,6 +69,7 @@ bool RunStandby(OrvaneSvcState& state, sem_t* semaphore, SteadyTime zero,
     bool warmGood = CheckWarmBootPowerGood(state) != 0;
     // Never freed: the copy task and the D-Bus methods outlive the boot.
     service = new SecureBootService(semaphore, warmGood);
+    AttachImageInfoService(service);
     service->runUbbVrUpdate();
     if (standbyOne == 0 || Stby_Pwr_on_FpgaRail(state) == 0)
     {

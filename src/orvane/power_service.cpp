@@ -2,8 +2,10 @@
 
 #include "logging/log_line.hpp"
 #include "orvane/chassis_state.hpp"
+#include "secure-boot/image_info_bus.hpp"
 #include "secure-boot/secure_boot_status.hpp"
 #include "utils/dbus_handler.hpp"
+#include "utils/string_property.hpp"
 
 #include <sdbus-c++/sdbus-c++.h>
 
@@ -11,7 +13,6 @@
 #include <atomic>
 #include <cstdlib>
 #include <exception>
-#include <list>
 #include <memory>
 #include <string>
 #include <thread>
@@ -64,38 +65,17 @@ constexpr std::array<const char*, 4> vrDetailProperties{
 std::atomic<bool> dbusReady{false};
 std::atomic<bool> claimPending{false};
 
-// Everything the D-Bus thread publishes. The values are read and written
-// only by that thread's event loop, so they need no lock.
+// Everything the D-Bus thread publishes, one object per interface, so that
+// each goes live once complete.
 struct Published
 {
     std::vector<std::unique_ptr<sdbus::IObject>> objects;
-    std::list<std::string> values; // stable addresses for the callbacks
 
-    // One object per interface, so that each goes live once complete.
     sdbus::IObject& add(sdbus::IConnection& connection, const char* path)
     {
         return *objects.emplace_back(sdbus::createObject(connection, path));
     }
 };
-
-// A writable string property that announces its changes.
-void addString(Published& published, sdbus::IObject& object,
-               const std::string& interface, const std::string& name,
-               std::string initial)
-{
-    std::string& value = published.values.emplace_back(std::move(initial));
-    object.registerProperty(name)
-        .onInterface(interface)
-        .withGetter([&value]() { return value; })
-        .withSetter(
-            [&value, &object, interface, name](const std::string& next) {
-                if (next != value)
-                {
-                    value = next;
-                    object.emitPropertiesChangedSignal(interface, {name});
-                }
-            });
-}
 
 // False when a property could not be registered; the line is written.
 bool publishPowerStatus(Published& published, sdbus::IConnection& connection,
@@ -105,12 +85,8 @@ bool publishPowerStatus(Published& published, sdbus::IConnection& connection,
     for (const StatusProperty& property : statusProperties)
     {
         const bool on = (state.*property.field).load();
-        try
-        {
-            addString(published, object, powerStatusInterface, property.name,
-                      on ? property.whenTrue : property.whenFalse);
-        }
-        catch (const sdbus::Error&)
+        if (!AddStringProperty(object, powerStatusInterface, property.name,
+                               on ? property.whenTrue : property.whenFalse))
         {
             ConsoleLog(ERR) << "Dbus interface " << powerStatusInterface
                             << " register property " << property.failureName;
@@ -121,32 +97,12 @@ bool publishPowerStatus(Published& published, sdbus::IConnection& connection,
     return true;
 }
 
-void addEmptyString(Published& published, sdbus::IObject& object,
-                    const std::string& interface, const std::string& name,
-                    const std::string& failure)
+void addEmptyString(sdbus::IObject& object, const std::string& interface,
+                    const std::string& name, const std::string& failure)
 {
-    try
-    {
-        addString(published, object, interface, name, "");
-    }
-    catch (const sdbus::Error&)
+    if (!AddStringProperty(object, interface, name, ""))
     {
         ConsoleLog(ERR) << "Dbus interface " << interface << failure;
-    }
-}
-
-// A VR interface that can't go live costs only itself: the line, and the
-// others are published all the same.
-void finishVrInterface(sdbus::IObject& object, const std::string& interface)
-{
-    try
-    {
-        object.finishRegistration();
-    }
-    catch (const sdbus::Error&)
-    {
-        ConsoleLog(ERR) << "Dbus interface "
-                        << interface << " register property fail.";
     }
 }
 
@@ -157,7 +113,7 @@ void publishVrInfo(Published& published, sdbus::IConnection& connection,
     const std::string summary = std::string(vrInfoInterface) + "." + module;
     sdbus::IObject& root = published.add(connection, vrInfoPath);
     auto addSummary = [&](const std::string& name) {
-        addEmptyString(published, root, summary, name,
+        addEmptyString(root, summary, name,
                        " register property " + name + " fail.");
     };
     for (const char* name : vrSummaryProperties)
@@ -169,7 +125,7 @@ void publishVrInfo(Published& published, sdbus::IConnection& connection,
         addSummary("VRSlaveAddr_" + std::to_string(vr));
         addSummary("Writecycles_" + std::to_string(vr));
     }
-    finishVrInterface(root, summary);
+    FinishInterface(root, summary);
 
     const std::string modulePath = std::string(vrInfoPath) + "/" + module;
     for (int vr = 1; vr <= vrCount; ++vr)
@@ -178,24 +134,28 @@ void publishVrInfo(Published& published, sdbus::IConnection& connection,
         sdbus::IObject& object = published.add(connection, modulePath.c_str());
         for (const char* name : vrDetailProperties)
         {
-            addEmptyString(published, object, detail, name,
-                           " register property fail.");
+            addEmptyString(object, detail, name, " register property fail.");
         }
-        finishVrInterface(object, detail);
+        FinishInterface(object, detail);
     }
 }
 
-// The secure boot interfaces on this connection. A failure is logged and
-// left out; the power state stays published.
+// The secure boot interfaces on this connection, the image information
+// first and the status last. A failure is logged and left out; the power
+// state stays published.
 void runRegistrations(sdbus::IConnection& connection)
 {
-    try
+    for (auto* registration :
+         {&RegisterSecureImageInfo, &RegisterSecureBootStatus})
     {
-        RegisterSecureBootStatus(connection);
-    }
-    catch (const std::exception& e)
-    {
-        ConsoleLog(ERR) << "Dbus service registration fail: " << e.what();
+        try
+        {
+            registration(connection);
+        }
+        catch (const std::exception& e)
+        {
+            ConsoleLog(ERR) << "Dbus service registration fail: " << e.what();
+        }
     }
 }
 
