@@ -4,6 +4,7 @@
 #include "common/sim_env.hpp"
 #include "neighbours/neighbours.hpp"
 #include "run/bus_daemon.hpp"
+#include "run/client_calls.hpp"
 #include "run/daemon_process.hpp"
 #include "run/run_erot.hpp"
 #include "run/run_report.hpp"
@@ -56,9 +57,9 @@ void catchStopSignals()
 }
 
 const char* const outputs[] = {
-    "trail.log",       "trail-second.log",    "events.jsonl", "journal.jsonl",
-    "dbus-state.json", "waveform.vcd",        "summary.txt",  "erot.jsonl",
-    "erot-state.json", "erot-signing-key.pem"};
+    "trail.log",       "trail-second.log",     "events.jsonl", "journal.jsonl",
+    "dbus-state.json", "waveform.vcd",         "summary.txt",  "erot.jsonl",
+    "erot-state.json", "erot-signing-key.pem", "clients.jsonl"};
 
 // A scratch directory for the sockets: their paths must stay short.
 class ScratchDir
@@ -278,6 +279,8 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
 
     auto actions = sortedActions(scenario);
     size_t next = 0;
+    ClientCalls clients;
+    size_t nextClient = 0;
     catchStopSignals();
     StatsRecorder stats((out / "stats.jsonl").string());
     while (clock.now() < boardTime(scenario.end) && stopRequested == 0)
@@ -287,6 +290,11 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
                clock.now() >= boardTime(actions[next].at))
         {
             act(actions[next++], *board, {daemon, second}, erot);
+        }
+        while (nextClient < scenario.clients.size() &&
+               clock.now() >= boardTime(scenario.clients[nextClient].at))
+        {
+            clients.start(scenario.clients[nextClient++]);
         }
         // A reset that the eRoT accepted restarts the SMC.
         if (erot.endpoint().resetDue())
@@ -298,6 +306,7 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
         std::this_thread::sleep_for(tick);
     }
 
+    clients.finish((out / "clients.jsonl").string());
     std::ofstream(out / "dbus-state.json")
         << readDaemonObjects(bus.address()) << "\n";
     std::string secondLine = secondDaemonLine(second, server);

@@ -110,6 +110,15 @@ struct DaemonAction
     Kind kind = Kind::restart;
 };
 
+// A management client on the run's bus: busctl with these arguments
+// (after --system), e.g. {"introspect", "xyz.openbmc_project.Orvane",
+// "/xyz/openbmc_project/Orvane"}.
+struct ClientCall
+{
+    Seconds at = 0;
+    std::vector<std::string> busctl;
+};
+
 struct Scenario
 {
     std::string name;
@@ -124,6 +133,7 @@ struct Scenario
     std::vector<HostAction> host;
     std::vector<Fault> faults;
     std::vector<DaemonAction> daemon;
+    std::vector<ClientCall> clients;
     std::map<std::string, int> toolExit; // exit status per tool path
     // Files under the simulated root before the daemon starts: absolute
     // path to contents, taken as they are.

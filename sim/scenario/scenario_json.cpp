@@ -341,6 +341,34 @@ std::vector<Action> parseActions(
     return actions;
 }
 
+std::vector<ClientCall> parseClients(const json& value, const std::string& path,
+                                     Seconds end)
+{
+    std::vector<ClientCall> calls;
+    for (size_t i = 0; i < readArray(value, path).size(); ++i)
+    {
+        Fields fields(value[i], element(path, i), {"at", "busctl"});
+        ClientCall call;
+        call.at = readSeconds(fields.require("at"), fields.at("at"));
+        checkWithinRun(call.at, end, fields.at("at"));
+        const std::string where = fields.at("busctl");
+        const json& args = readArray(fields.require("busctl"), where);
+        if (args.empty())
+        {
+            fail(where, "must name a busctl command");
+        }
+        for (size_t a = 0; a < args.size(); ++a)
+        {
+            call.busctl.push_back(readString(args[a], element(where, a)));
+        }
+        calls.push_back(call);
+    }
+    std::stable_sort(
+        calls.begin(), calls.end(),
+        [](const ClientCall& a, const ClientCall& b) { return a.at < b.at; });
+    return calls;
+}
+
 // ---- run, start, flags and files -----------------------------------------
 
 std::map<std::string, int> parseTools(const json& value,
@@ -533,8 +561,8 @@ Scenario parseScenario(const json& document)
 {
     Fields fields(document, "",
                   {"name", "description", "start", "baseWasOn", "oams", "ubb",
-                   "k517", "fruValid", "host", "faults", "daemon", "tools",
-                   "files", "erot", "end", "speed"});
+                   "k517", "fruValid", "host", "faults", "daemon", "clients",
+                   "tools", "files", "erot", "end", "speed"});
     Scenario scenario;
     scenario.name = "custom";
     scenario.end = defaultEnd;
@@ -563,6 +591,11 @@ Scenario parseScenario(const json& document)
     {
         scenario.daemon = parseActions<DaemonAction>(
             *daemon, fields.at("daemon"), scenario.end, daemonKinds);
+    }
+    if (const json* clients = fields.find("clients"))
+    {
+        scenario.clients =
+            parseClients(*clients, fields.at("clients"), scenario.end);
     }
     if (const json* tools = fields.find("tools"))
     {
