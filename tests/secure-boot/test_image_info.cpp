@@ -1,29 +1,22 @@
 // The secure image information on a private bus: the daemon's D-Bus thread
 // serves it for the whole program, the eRoT is scripted.
 
-#include "erot_boot_fixture.hpp"
+#include "image_info_fixture.hpp"
 
 #include "fakes/bus_fixture.hpp"
-#include "orvane/power_service.hpp"
-#include "secure-boot/image_info_bus.hpp"
 #include "secure-boot/publish_image_info.hpp"
 #include "secure-boot/secure_boot_service.hpp"
 #include "secure-boot/secure_boot_status.hpp"
-#include "utils/dbus_handler.hpp"
-
-#include <sdbus-c++/sdbus-c++.h>
 
 #include <atomic>
-#include <cstring>
-#include <thread>
 
 #include <gmock/gmock.h>
 
 namespace orvane::test
 {
+namespace
+{
 
-using namespace std::chrono_literals;
-using erot::test::Bytes;
 using erot::test::response;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -32,27 +25,6 @@ using ::testing::IsEmpty;
 constexpr const char* suffixes[] = {
     "VR",   "Retimer", "Retimer_1", "Retimer_2", "UBB_FPGA", "RMC",
     "IFWI", "EROT",    "SMC_FPGA",  "APCFG",     "SMC",      "BUNDLE"};
-
-template <typename Condition>
-bool eventually(Condition condition)
-{
-    auto deadline = std::chrono::steady_clock::now() + 10s;
-    while (!condition())
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-        {
-            return false;
-        }
-        std::this_thread::sleep_for(5ms);
-    }
-    return true;
-}
-
-std::string imageInfo(const std::string& suffix, const std::string& property)
-{
-    return GetBusProperty(powerStatusPath, ImageInfoInterface(suffix),
-                          property);
-}
 
 // The daemon's service on a private bus, shared by the whole program since
 // RunDbusService only returns when the bus goes away. What the interfaces
@@ -139,34 +111,6 @@ TEST(ImageInfoBus, ThirteenInterfacesServeTheirDefaults)
     EXPECT_EQ(daemonBus->initialStatus, "Unknown");
 }
 
-AhdrHeader sampleAhdr()
-{
-    AhdrHeader ahdr{};
-    ahdr.magic = ahdrMagic;
-    const uint8_t versionBytes[] = {0x04, 0x03, 0x02, 0x01};
-    std::memcpy(reinterpret_cast<uint8_t*>(&ahdr) + 12, versionBytes, 4);
-    ahdr.securityVersion = 0x1A;
-    ahdr.signingKeyId = 0xDEADBEEF;
-    const uint8_t customerBytes[] = {0x34, 0x12};
-    std::memcpy(reinterpret_cast<uint8_t*>(&ahdr) + 24, customerBytes, 2);
-    ahdr.variantId = 0x0A;
-    std::memcpy(ahdr.componentDetails, "Retimer\x07 fw", 11);
-    return ahdr;
-}
-
-erot::ComponentInfo record(uint16_t id, uint8_t active, uint8_t key,
-                           uint8_t svn)
-{
-    erot::ComponentInfo info{};
-    info.componentId = id;
-    info.active = active;
-    info.keyId = 0x00C0FFEE;
-    info.svn = 0x2A;
-    info.keyRevocationStatus = key;
-    info.svnRevocationStatus = svn;
-    return info;
-}
-
 TEST(FormatImageInfo, BytesReadMostSignificantFirstAndMissingReadsNaN)
 {
     const AhdrHeader ahdr = sampleAhdr();
@@ -202,50 +146,6 @@ TEST(FormatImageInfo, BytesReadMostSignificantFirstAndMissingReadsNaN)
         EXPECT_EQ(t.svnRevokeStatus, c.svn);
     }
 }
-
-class ImageInfoTest : public ErotBootTest
-{
-  protected:
-    const std::string erotInterface = ImageInfoInterface("EROT");
-    std::unique_ptr<sdbus::IProxy> proxy =
-        sdbus::createProxy(orvaneBusName, powerStatusPath);
-
-    int call(const char* method)
-    {
-        int result = 0;
-        proxy->callMethod(method)
-            .onInterface(erotInterface)
-            .storeResultsTo(result);
-        return result;
-    }
-    std::vector<sdbus::Variant> getAutoArb()
-    {
-        std::vector<sdbus::Variant> answer;
-        proxy->callMethod("GetAutoARBCommit")
-            .onInterface(erotInterface)
-            .storeResultsTo(answer);
-        return answer;
-    }
-    // One page holding these records, the last.
-    void replyComponentInfo(const std::vector<erot::ComponentInfo>& records)
-    {
-        Bytes entries(records.size() * sizeof(erot::ComponentInfo));
-        std::memcpy(entries.data(), records.data(), entries.size());
-        device.reply(erot::test::page(0x0F, 0x02, 0, 4, entries));
-    }
-    std::vector<std::string> revocationEvents()
-    {
-        std::vector<std::string> found;
-        for (const std::string& event : events())
-        {
-            if (event.find(".Revocation") != std::string::npos)
-            {
-                found.push_back(event);
-            }
-        }
-        return found;
-    }
-};
 
 TEST_F(ImageInfoTest, PublishSetsTheNineOnTheComponentsInterface)
 {
@@ -373,4 +273,5 @@ TEST_F(ImageInfoTest, HaltAfterACommitLeavesTheBusServing)
     EXPECT_EQ(getAutoArb().at(0).get<int32_t>(), 0);
 }
 
+} // namespace
 } // namespace orvane::test
