@@ -6,6 +6,7 @@
 #include <systemd/sd-bus.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -147,6 +148,24 @@ class BusResponder
     std::atomic<bool> stopping{false};
     std::thread worker;
 };
+
+// Polls until the condition holds, for what the event loop does on its own
+// thread; false after ten seconds.
+template <typename Condition>
+bool eventually(Condition condition)
+{
+    const auto deadline =
+        std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!condition())
+    {
+        if (std::chrono::steady_clock::now() > deadline)
+        {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return true;
+}
 
 // Descriptors the process holds open now, for tests of what calls give
 // back.

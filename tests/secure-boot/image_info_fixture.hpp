@@ -2,6 +2,7 @@
 
 #include "erot_boot_fixture.hpp"
 
+#include "fakes/bus_fixture.hpp"
 #include "orvane/power_service.hpp"
 #include "secure-boot/ahdr.hpp"
 #include "secure-boot/image_info_bus.hpp"
@@ -17,21 +18,6 @@ namespace orvane::test
 {
 
 using namespace std::chrono_literals;
-
-template <typename Condition>
-inline bool eventually(Condition condition)
-{
-    auto deadline = std::chrono::steady_clock::now() + 10s;
-    while (!condition())
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-        {
-            return false;
-        }
-        std::this_thread::sleep_for(5ms);
-    }
-    return true;
-}
 
 inline std::string imageInfo(const std::string& suffix,
                              const std::string& property)

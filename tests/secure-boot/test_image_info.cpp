@@ -3,7 +3,6 @@
 
 #include "image_info_fixture.hpp"
 
-#include "fakes/bus_fixture.hpp"
 #include "secure-boot/publish_image_info.hpp"
 #include "secure-boot/secure_boot_service.hpp"
 #include "secure-boot/secure_boot_status.hpp"

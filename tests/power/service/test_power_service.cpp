@@ -65,21 +65,6 @@ constexpr const char* chassisOn =
 constexpr const char* chassisOff =
     "xyz.openbmc_project.State.Chassis.PowerState.Off";
 
-template <typename Condition>
-bool eventually(Condition condition)
-{
-    auto deadline = std::chrono::steady_clock::now() + 10s;
-    while (!condition())
-    {
-        if (std::chrono::steady_clock::now() > deadline)
-        {
-            return false;
-        }
-        std::this_thread::sleep_for(5ms);
-    }
-    return true;
-}
-
 std::string status(const std::string& name)
 {
     return GetBusProperty(powerStatusPath, powerStatusInterface, name);
@@ -256,9 +241,9 @@ TEST(PowerService, MissingChassisServiceCostsElevenTries)
 
 TEST(PowerService, SecureBootStatusIsServedOnceReady)
 {
-    EXPECT_EQ(GetBusProperty(powerStatusPath, secureBootStatusInterface,
-                             "Status"),
-              "Unknown");
+    EXPECT_EQ(
+        GetBusProperty(powerStatusPath, secureBootStatusInterface, "Status"),
+        "Unknown");
 }
 
 // A VR interface that the bus library refuses costs only itself.
