@@ -61,21 +61,26 @@ void ClientCalls::start(const ClientCall& call)
         slot = results.size();
         results.push_back({call, -1, ""});
     }
-    threads.emplace_back([this, slot, args = call.busctl] {
-        auto [status, output] = runBusctl(args);
-        std::lock_guard lock(mutex);
-        results[slot].status = status;
-        results[slot].output = std::move(output);
-    });
+    // A call waits for the one before it, as one client would.
+    last = std::thread(
+        [this, slot, args = call.busctl, previous = std::move(last)]() mutable {
+            if (previous.joinable())
+            {
+                previous.join();
+            }
+            auto [status, output] = runBusctl(args);
+            std::lock_guard lock(mutex);
+            results[slot].status = status;
+            results[slot].output = std::move(output);
+        });
 }
 
 void ClientCalls::join()
 {
-    for (std::thread& thread : threads)
+    if (last.joinable())
     {
-        thread.join();
+        last.join();
     }
-    threads.clear();
 }
 
 void ClientCalls::finish(const std::string& path)

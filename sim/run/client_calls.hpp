@@ -12,7 +12,8 @@ namespace ubbsim
 
 // The scenario's management clients: each call runs the machine's busctl
 // against the run's bus on a thread of its own, so that a daemon that
-// blocks on the call doesn't stop the board.
+// blocks on the call doesn't stop the board. A call starts at its time or
+// once the call before it has answered, whichever is later.
 class ClientCalls
 {
   public:
@@ -39,7 +40,7 @@ class ClientCalls
 
     std::mutex mutex;
     std::vector<Result> results;
-    std::vector<std::thread> threads;
+    std::thread last; // the latest call; it joins the one before it
 };
 
 } // namespace ubbsim

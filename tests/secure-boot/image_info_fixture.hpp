@@ -10,9 +10,7 @@
 
 #include <sdbus-c++/sdbus-c++.h>
 
-#include <chrono>
 #include <cstring>
-#include <thread>
 
 namespace orvane::test
 {
@@ -26,18 +24,14 @@ inline std::string imageInfo(const std::string& suffix,
                           property);
 }
 
-// Version bytes 04 03 02 01 in the file, and the other fields distinct.
+// The version's bytes lie 04 03 02 01 in the file, the customer id's 34 12.
 inline AhdrHeader sampleAhdr()
 {
     AhdrHeader ahdr{};
     ahdr.magic = ahdrMagic;
-    const uint8_t versionBytes[] = {0x04, 0x03, 0x02, 0x01};
-    std::memcpy(reinterpret_cast<uint8_t*>(&ahdr) + 12, versionBytes, 4);
-    ahdr.securityVersion = 0x1A;
-    ahdr.signingKeyId = 0xDEADBEEF;
-    const uint8_t customerBytes[] = {0x34, 0x12};
-    std::memcpy(reinterpret_cast<uint8_t*>(&ahdr) + 24, customerBytes, 2);
-    ahdr.variantId = 0x0A;
+    const uint8_t bytes[] = {0x04, 0x03, 0x02, 0x01, 0x1A, 0,    0,   0,
+                             0xEF, 0xBE, 0xAD, 0xDE, 0x34, 0x12, 0x0A};
+    std::memcpy(reinterpret_cast<uint8_t*>(&ahdr) + 12, bytes, sizeof(bytes));
     std::memcpy(ahdr.componentDetails, "Retimer\x07 fw", 11);
     return ahdr;
 }
@@ -56,29 +50,19 @@ inline erot::ComponentInfo record(uint16_t id, uint8_t active, uint8_t key,
 }
 
 // The eRoT scripted, the daemon's objects served by the program's D-Bus
-// thread, and a client proxy for the EROT interface's methods.
+// thread, and a client of the EROT interface's methods.
 class ImageInfoTest : public ErotBootTest
 {
   protected:
-    const std::string erotInterface = ImageInfoInterface("EROT");
-    std::unique_ptr<sdbus::IProxy> proxy =
-        sdbus::createProxy(orvaneBusName, powerStatusPath);
-
-    int call(const char* method)
+    template <typename Result, typename... Args>
+    Result call(const char* method, Args... args)
     {
-        int result = 0;
+        Result result{};
         proxy->callMethod(method)
-            .onInterface(erotInterface)
+            .onInterface(ImageInfoInterface("EROT"))
+            .withArguments(args...)
             .storeResultsTo(result);
         return result;
-    }
-    std::vector<sdbus::Variant> getAutoArb()
-    {
-        std::vector<sdbus::Variant> answer;
-        proxy->callMethod("GetAutoARBCommit")
-            .onInterface(erotInterface)
-            .storeResultsTo(answer);
-        return answer;
     }
     // One page holding these records, the last.
     void replyComponentInfo(const std::vector<erot::ComponentInfo>& records)
@@ -89,16 +73,15 @@ class ImageInfoTest : public ErotBootTest
     }
     std::vector<std::string> revocationEvents()
     {
-        std::vector<std::string> found;
-        for (const std::string& event : events())
-        {
-            if (event.find(".Revocation") != std::string::npos)
-            {
-                found.push_back(event);
-            }
-        }
+        std::vector<std::string> found = events();
+        std::erase_if(found, [](const std::string& event) {
+            return event.find(".Revocation") == std::string::npos;
+        });
         return found;
     }
+
+    std::unique_ptr<sdbus::IProxy> proxy =
+        sdbus::createProxy(orvaneBusName, powerStatusPath);
 };
 
 } // namespace orvane::test

@@ -23,72 +23,60 @@ using ::testing::HasSubstr;
 class ImageCacheTest : public ImageInfoTest
 {
   protected:
-    // An AHDR with this version and its four-byte image, on side A or B.
-    void writePair(const char* side, const char* stem, uint32_t version)
-    {
-        AhdrHeader ahdr = sampleAhdr();
-        ahdr.currentSWVersion = version;
-        ahdr.verifiablePayloadSize = 4;
-        const std::string dir = std::string("/var/lib/images/") + side + "/";
-        std::filesystem::create_directories(fake.files.resolve(dir));
-        std::ofstream(fake.files.resolve(dir + stem + ".ahdr"))
-            .write(reinterpret_cast<const char*>(&ahdr), sizeof(ahdr));
-        std::ofstream(fake.files.resolve(dir + stem + ".bin")) << "RMRM";
-    }
-    void remove(const std::string& path)
-    {
-        std::filesystem::remove(fake.files.resolve(path));
-    }
-
     SecureBootService service{&semaphore, false};
 };
 
 TEST_F(ImageCacheTest, CachePublishesTheSideThatTheRecordNames)
 {
-    writePair("A", "rm", 0x11);
-    writePair("B", "rm", 0x22);
+    // RM's pair on each side, the AHDR's version telling the side.
+    for (auto [side, version] : {std::pair{"A", 0x11}, std::pair{"B", 0x22}})
+    {
+        AhdrHeader ahdr = sampleAhdr();
+        ahdr.currentSWVersion = version;
+        ahdr.verifiablePayloadSize = 4;
+        const auto dir = fake.files.resolve("/var/lib/images/") / side;
+        std::filesystem::create_directories(dir);
+        std::ofstream(dir / "rm.ahdr")
+            .write(reinterpret_cast<const char*>(&ahdr), sizeof(ahdr));
+        std::ofstream(dir / "rm.bin") << "RMRM";
+    }
     service.smcInfo.active.currentSWVersion = 0x33;
     service.smcInfo.inactive.currentSWVersion = 0x44;
-    auto cache = [&](FwType id, uint32_t side) {
-        service.bprTable->sides[id] = side;
-        const uint32_t raw = static_cast<uint32_t>(id);
-        return console([&] {
-            CacheImageInfo(service, CreateImageStrategy(service, raw),
-                           id == FwType::RM ? "RM" : "SMC", raw);
-        });
-    };
     struct Case
     {
         FwType id;
         uint32_t side;
-        const char* before; // a file removed first, or empty
+        const char* removed; // before the call, or empty
         const char* line;
-        const char* suffix;
         const char* version;
     };
+    // What can't be read leaves the published values as they were.
     const Case cases[] = {
-        {FwType::SMC, 0, "", "] Cache SMC Activate AHDR\n", "SMC",
-         "0x00000033"},
-        {FwType::SMC, 1, "", "] Cache SMC Inactivate AHDR\n", "SMC",
-         "0x00000044"},
-        {FwType::RM, 0, "", "] Cache RM Activate AHDR\n", "RMC", "0x00000011"},
-        {FwType::RM, 1, "", "] Cache RM Inactivate AHDR\n", "RMC",
+        {FwType::SMC, 0, "", "Cache SMC Activate AHDR", "0x00000033"},
+        {FwType::SMC, 1, "", "Cache SMC Inactivate AHDR", "0x00000044"},
+        {FwType::RM, 0, "", "Cache RM Activate AHDR", "0x00000011"},
+        {FwType::RM, 1, "", "Cache RM Inactivate AHDR", "0x00000022"},
+        {FwType::RM, 1, "B/rm.bin", "Failed to initialize Inactive Side",
          "0x00000022"},
-        // What can't be read leaves the published values as they were.
-        {FwType::RM, 1, "/var/lib/images/B/rm.bin",
-         "] Failed to initialize Inactive Side\n", "RMC", "0x00000022"},
-        {FwType::RM, 0, "/var/lib/images/A/rm.ahdr",
-         "] Fetch RM image failed!!!\n", "RMC", "0x00000022"},
+        {FwType::RM, 0, "A/rm.ahdr", "Fetch RM image failed!!!", "0x00000022"},
     };
     for (const Case& c : cases)
     {
-        SCOPED_TRACE(c.line);
-        if (*c.before != '\0')
+        if (*c.removed != '\0')
         {
-            remove(c.before);
+            std::filesystem::remove(fake.files.resolve("/var/lib/images/") /
+                                    c.removed);
         }
-        EXPECT_THAT(cache(c.id, c.side), HasSubstr(c.line));
-        EXPECT_EQ(imageInfo(c.suffix, "Version"), c.version);
+        service.bprTable->sides[c.id] = c.side;
+        const auto id = static_cast<uint32_t>(c.id);
+        const std::string name = c.id == FwType::RM ? "RM" : "SMC";
+        std::string out = console([&] {
+            CacheImageInfo(service, CreateImageStrategy(service, id), name, id);
+        });
+        EXPECT_THAT(out, HasSubstr("] " + std::string(c.line) + "\n"));
+        EXPECT_EQ(imageInfo(c.id == FwType::RM ? "RMC" : "SMC", "Version"),
+                  c.version)
+            << c.line;
     }
     EXPECT_THAT(console([&] { CacheImageInfo(service, nullptr, "X", 0x0A00); }),
                 HasSubstr("] Unknow FW type when cache to the information "
@@ -112,31 +100,31 @@ TEST_F(ImageCacheTest, RefreshRaisesTheStateOfEveryActiveComponent)
     const std::string out = console([&] { RefreshImageInfo(service); });
 
     const std::string id = "ResourceEvent.1.2.1.Revocation";
-    auto state = [&](const std::string& name, const std::string& what,
-                     const std::string& value, const std::string& text) {
-        return id + "StateOEM|" + name + "," + what + "," + value + "," + text +
-               "|" + name + (what == "SVN" ? " svn " : " key ") + text;
+    auto state = [&](const std::string& name, bool key, const char* text) {
+        return id + "StateOEM|" + name +
+               (key ? ",KeyID,0x00c0ffee," : ",SVN,0x0000002a,") + text + "|" +
+               name + (key ? " key " : " svn ") + text;
     };
-    const std::string key = "0x00c0ffee";
-    const std::string svn = "0x0000002a";
     EXPECT_THAT(
         revocationEvents(),
-        ElementsAre(state("EROT", "KeyID", key, "not requested"),
-                    state("EROT", "SVN", svn, "requested but not completed"),
-                    id + "FailedOEM|SMC,KeyID," + key +
-                        "|SMC key revocation failed",
-                    state("SMC", "KeyID", key, "requested but not completed"),
-                    state("SMC", "SVN", svn, "completed"),
-                    id + "SuccessOEM|APCFG,KeyID," + key +
-                        "|APCFG key revocation success",
-                    state("APCFG", "KeyID", key, "completed"),
-                    state("APCFG", "SVN", svn, "not requested"),
-                    state("BUNDLE", "KeyID", key, "not requested"),
-                    state("BUNDLE", "SVN", svn, "not requested")));
-    EXPECT_THAT(out, HasSubstr("] Fetch BUNDLE image failed!!!\n"));
-    EXPECT_THAT(out, HasSubstr("] Unknown key Status:7\n"));
-    EXPECT_THAT(out, HasSubstr("] Unknown SVN Status:9\n"));
-    EXPECT_EQ(imageInfo("EROT", "Version"), "0x01020304");
+        ElementsAre(
+            state("EROT", true, "not requested"),
+            state("EROT", false, "requested but not completed"),
+            id + "FailedOEM|SMC,KeyID,0x00c0ffee|SMC key revocation failed",
+            state("SMC", true, "requested but not completed"),
+            state("SMC", false, "completed"),
+            id + "SuccessOEM|APCFG,KeyID,0x00c0ffee|APCFG key revocation "
+                 "success",
+            state("APCFG", true, "completed"),
+            state("APCFG", false, "not requested"),
+            state("BUNDLE", true, "not requested"),
+            state("BUNDLE", false, "not requested")));
+    for (const char* line :
+         {"] Fetch BUNDLE image failed!!!\n", "] Unknown key Status:7\n",
+          "] Unknown SVN Status:9\n"})
+    {
+        EXPECT_THAT(out, HasSubstr(line));
+    }
     EXPECT_EQ(imageInfo("EROT", "BKC_Version"), "0x00000005");
     EXPECT_EQ(imageInfo("EROT", "SVNRevokeStatus"), "0x01");
     std::vector<std::string> stored;
