@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -21,6 +22,7 @@ namespace
 namespace fs = std::filesystem;
 using nlohmann::json;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 std::vector<json> jsonLines(const fs::path& path)
 {
@@ -42,14 +44,25 @@ TEST(ImageInfoClient, SeesTheInterfacesCommitsAndHearsADeadLink)
     const std::string command =
         std::string(wrapper != nullptr ? wrapper : "") + " " + UBB_SIM_PROGRAM +
         " --quiet --speed " + (wrapper ? "5" : "20") +
-        " --scenario arb-client --out '" + out.string() + "' >/dev/null 2>&1";
+        " --scenario arb-client --out '" + out.string() + "' >'" +
+        out.string() + ".console' 2>&1";
     const int raw = std::system(command.c_str());
     EXPECT_TRUE(WIFEXITED(raw) && WEXITSTATUS(raw) == 0) << command;
     const std::vector<json> calls = jsonLines(out / "clients.jsonl");
     const std::vector<json> events = jsonLines(out / "events.jsonl");
+    // Clean under the sanitizers that the build may carry.
+    for (const fs::path& path :
+         {out / "trail.log", fs::path(out) += ".console"})
+    {
+        std::stringstream text;
+        text << std::ifstream(path).rdbuf();
+        EXPECT_THAT(text.str(), Not(HasSubstr("Sanitizer"))) << path;
+        EXPECT_THAT(text.str(), Not(HasSubstr("runtime error:"))) << path;
+    }
     if (std::getenv("UBBSIM_KEEP_TEST_RUNS") == nullptr)
     {
         fs::remove_all(out);
+        fs::remove(fs::path(out) += ".console");
     }
 
     std::vector<std::string> outputs;
