@@ -1,0 +1,117 @@
+// Reads arbitrary bytes as an AHDR file, as the secure boot readers do with
+// what lies on the SMC's storage: any size but 578 must be refused before a
+// read, and whatever 578 bytes hold must dump and render safely, the
+// details as printable text of at most 250 characters.
+#include "secure-boot/ahdr.hpp"
+#include "utils/platform/platform.hpp"
+
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace
+{
+
+using namespace orvane;
+
+// Board paths below a directory of the fuzzer's own.
+class FuzzRoot : public platform::FileRoot
+{
+  public:
+    FuzzRoot()
+    {
+        std::string pattern =
+            (std::filesystem::temp_directory_path() / "ahdr-fuzz-XXXXXX")
+                .string();
+        if (mkdtemp(pattern.data()) == nullptr)
+        {
+            std::abort();
+        }
+        base = pattern;
+    }
+    ~FuzzRoot() override
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(base, ignored);
+    }
+
+    std::filesystem::path resolve(std::string_view absolute) override
+    {
+        return base / std::filesystem::path(absolute).relative_path();
+    }
+
+  private:
+    std::filesystem::path base;
+};
+
+// The log lines only need a time stamp.
+class FixedClock : public platform::Clock
+{
+  public:
+    std::chrono::steady_clock::time_point steadyNow() override
+    {
+        return {};
+    }
+    std::chrono::system_clock::time_point wallNow() override
+    {
+        return {};
+    }
+    void sleepFor(std::chrono::nanoseconds) override
+    {}
+};
+
+const std::string path = "/var/lib/images/A/ifwi.ahdr";
+
+std::filesystem::path Prepare()
+{
+    static FuzzRoot root;
+    static FixedClock clock;
+    platform::Platform seams;
+    seams.files = &root;
+    seams.clock = &clock;
+    platform::install(seams);
+    std::filesystem::path file = platform::path(path);
+    std::filesystem::create_directories(file.parent_path());
+    return file;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    static const std::filesystem::path file = Prepare();
+    std::ofstream(file, std::ios::binary | std::ios::trunc)
+        .write(reinterpret_cast<const char*>(data),
+               static_cast<std::streamsize>(size));
+
+    AhdrHeader header;
+    std::memset(&header, 0xa5, sizeof(header));
+    const bool loaded = LoadAhdr(path, header, AhdrVoice::log);
+    if (loaded != (size == ahdrSize))
+    {
+        __builtin_trap();
+    }
+    if (loaded && ReadAhdr(path, header) != (header.magic == ahdrMagic))
+    {
+        __builtin_trap();
+    }
+    const std::string details = RenderComponentDetails(header);
+    if (details.size() > ahdrDetailsSize)
+    {
+        __builtin_trap();
+    }
+    for (char c : details)
+    {
+        if (c < 0x20 || c > 0x7e)
+        {
+            __builtin_trap();
+        }
+    }
+    DumpAhdr(path, header);
+    return 0;
+}
