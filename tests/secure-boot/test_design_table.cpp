@@ -2,64 +2,50 @@
 #include "fakes/fake_platform.hpp"
 #include "vr-service/design_table.hpp"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 namespace orvane::test
 {
 namespace
 {
 
-using ::testing::HasSubstr;
-
+// The part numbers are samples of the data file that comes with the source.
 TEST(DesignTable, LookUpByDesignNumberAndPartNumber)
 {
-    struct Case
-    {
-        int kind;
-        std::string text;
-        int32_t design;
-        std::string thermal;
-        const char* key; // the key of the line; null: no hit, no line
-    };
-    // Part numbers of the sample data that comes with the source.
-    const Case cases[] = {
-        {fruKindOam, "36", 23, "", "36"},
-        {fruKindOam, "21", 21, "", "21"},
-        {fruKindOam, "9", 0, "", nullptr},
-        {fruKindOam, "SMP1-OAM-0005", 1, "NT", "SMP1-OAM-0005"},
-        {fruKindOam, "SMP2-OAM-0053", 2, "XT", "SMP2-OAM-0053"},
-        {fruKindUbb, "1", 21, "", "21"},
-        {fruKindUbb, "9", 29, "", "29"},
-        {fruKindUbb, "SMPU-UBB-0000001", 21, "BackToFront", "SMPU-UBB-0000001"},
-        {fruKindUbb, "SMPU-UBB-0000044", 21, "FrontToBack", "SMPU-UBB-0000044"},
-        // A UBB part number is never a design number: 0 + 20 has no row.
-        {fruKindUbb, "SMP1-OAM-0005", 0, "", nullptr},
-        {fruKindUbb, "abc", 0, "", nullptr},
-        {fruKindUbb, "99999999999999999999999", 0, "", nullptr},
-    };
+    // kind, FRU text, design, thermal, key of the line (empty: no line)
+    const std::tuple<int, std::string, int32_t, std::string, std::string>
+        cases[] = {
+            {fruKindOam, "36", 23, "", "36"},
+            {fruKindOam, "21", 21, "", "21"},
+            {fruKindOam, "9", 0, "old", ""},
+            {fruKindOam, "SMP1-OAM-0005", 1, "NT", "SMP1-OAM-0005"},
+            {fruKindOam, "SMP2-OAM-0053", 2, "XT", "SMP2-OAM-0053"},
+            {fruKindUbb, "1", 21, "", "21"},
+            {fruKindUbb, "SMPU-UBB-0000044", 21, "FrontToBack",
+             "SMPU-UBB-0000044"},
+            // Not a UBB part number: read as a number, 0 + 20 has no row.
+            {fruKindUbb, "SMP1-OAM-0005", 0, "old", ""},
+            {fruKindUbb, "abc", 0, "old", ""},
+            {fruKindUbb, "99999999999999999999999", 0, "old", ""},
+        };
     FakePlatform fake;
     const VrDesignTable table = MakeDesignTable();
     EXPECT_EQ(table.size(), 131U);
-    for (const Case& c : cases)
+    for (const auto& [kind, text, design, thermal, key] : cases)
     {
-        SCOPED_TRACE(c.text);
         FruRecord record;
-        record.partNumber = c.text;
+        record.partNumber = text;
         record.hwDesign = 99;
         record.thermalInfo = "old";
         const std::string out =
-            console([&] { LookUpDesign(table, record, c.kind); });
-        EXPECT_EQ(record.hwDesign, c.design);
-        if (c.key == nullptr)
-        {
-            EXPECT_EQ(out, "");
-            EXPECT_EQ(record.thermalInfo, "old");
-            continue;
-        }
-        EXPECT_EQ(record.thermalInfo, c.thermal);
-        EXPECT_THAT(out, HasSubstr("Get VRModel: " + std::string(c.key) +
-                                   ", VRrev: " + std::to_string(c.design) +
-                                   ", Version: " + c.thermal + "\n"));
+            console([&] { LookUpDesign(table, record, kind); });
+        EXPECT_EQ(record.hwDesign, design) << text;
+        EXPECT_EQ(record.thermalInfo, thermal) << text;
+        EXPECT_EQ(out.empty() ? "" : out.substr(out.find("] ") + 2),
+                  key.empty() ? ""
+                              : "Get VRModel: " + key +
+                                    ", VRrev: " + std::to_string(design) +
+                                    ", Version: " + thermal + "\n");
     }
 }
 

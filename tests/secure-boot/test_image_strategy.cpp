@@ -1,6 +1,7 @@
 #include "erot_boot_fixture.hpp"
 #include "image_files.hpp"
 
+#include "secure-boot/hash_file.hpp"
 #include "secure-boot/image_paths.hpp"
 #include "secure-boot/image_strategy.hpp"
 #include "secure-boot/secure_boot_service.hpp"
@@ -15,6 +16,7 @@ namespace
 {
 
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 class StrategyTest : public ErotBootTest
 {
@@ -33,172 +35,146 @@ class StrategyTest : public ErotBootTest
     SecureBootService service{&semaphore, false};
 };
 
-TEST_F(StrategyTest, FactoryPicksTheClassAndTheSideOfEveryPath)
+TEST_F(StrategyTest, FactoryPicksClassFilesAndSides)
 {
-    struct Case
-    {
-        FwType id;
-        std::type_index type;
-        const char* stem;
-    };
-    const Case cases[] = {
+    const std::tuple<FwType, std::type_index, const char*> cases[] = {
         {FwType::UBB_FPGA, typeid(UbbFpgaImageStrategy), "ubb-fpga"},
         {FwType::IFWI, typeid(IfwiImageStrategy), "ifwi"},
-        {FwType::Retimer, typeid(RetimerImageStrategy), "retimer"},
-        {FwType::Retimer_1, typeid(RetimerImageStrategy), "retimer-1"},
         {FwType::Retimer_2, typeid(RetimerImageStrategy), "retimer-2"},
         {FwType::VR, typeid(VrImageStrategy), "vr"},
         {FwType::RM, typeid(RmImageStrategy), "rm"},
         {FwType::BUNDLE, typeid(BundleImageStrategy), "fwbundle"},
     };
-    for (const Case& c : cases)
+    for (const auto& [id, type, stem] : cases)
     {
-        for (uint8_t side : {sideA, sideB})
-        {
-            SCOPED_TRACE(std::string(c.stem) + " side " + std::to_string(side));
-            auto s = make(c.id, side);
-            ASSERT_TRUE(s);
-            EXPECT_EQ(std::type_index(typeid(*s)), c.type);
-            const std::string active = side == sideA ? "/A/" : "/B/";
-            const std::string inactive = side == sideA ? "/B/" : "/A/";
-            const std::string bin = std::string(c.stem) + ".bin";
-            const std::string ahdr = std::string(c.stem) + ".ahdr";
-            EXPECT_EQ(s->activeSide, side);
-            EXPECT_EQ(s->activeImagePath, "/var/lib/images" + active + bin);
-            EXPECT_EQ(s->inactiveImagePath, "/var/lib/images" + inactive + bin);
-            EXPECT_EQ(s->activeAhdrPath, "/var/lib/images" + active + ahdr);
-            EXPECT_EQ(s->inactiveAhdrPath, "/var/lib/images" + inactive + ahdr);
-            EXPECT_EQ(s->activeDumpPath, "/tmp/secure-boot" + active + bin);
-            EXPECT_EQ(s->inactiveDumpPath, "/tmp/secure-boot" + inactive + bin);
-            EXPECT_EQ(s->ifwiDumpPrefix,
-                      "/tmp/secure-boot" + active + "IFWI_Dev_");
-        }
+        auto s = make(id);
+        ASSERT_TRUE(s) << stem;
+        EXPECT_EQ(std::type_index(typeid(*s)), type) << stem;
+        EXPECT_EQ(s->activeAhdrPath,
+                  "/var/lib/images/A/" + std::string(stem) + ".ahdr");
     }
-    for (uint32_t id : {0x0100U, 0x0104U, 0x0200U, 0x0300U, 0x0603U, 0U})
+    auto b = make(FwType::Retimer, sideB);
+    EXPECT_EQ(b->activeImagePath, "/var/lib/images/B/retimer.bin");
+    EXPECT_EQ(b->inactiveImagePath, "/var/lib/images/A/retimer.bin");
+    EXPECT_EQ(b->inactiveAhdrPath, "/var/lib/images/A/retimer.ahdr");
+    EXPECT_EQ(b->activeDumpPath, "/tmp/secure-boot/B/retimer.bin");
+    EXPECT_EQ(b->inactiveDumpPath, "/tmp/secure-boot/A/retimer.bin");
+    EXPECT_EQ(b->ifwiDumpPrefix, "/tmp/secure-boot/B/IFWI_Dev_");
+    for (uint32_t id : {0x0100U, 0x0104U, 0x0200U, 0x0300U, 0x0603U})
     {
         EXPECT_FALSE(CreateImageStrategy(service, id)) << std::hex << id;
     }
 }
 
-// The digest covers the image to its last byte: the verifiable size in the
-// AHDR is only the least the file must hold.
-TEST_F(StrategyTest, FetchHashesTheWholeImageAndRefusesAnEmptyOne)
+// The digest covers the image to its last byte, past the verifiable size
+// in the AHDR, which is only the least the file must hold.
+TEST_F(StrategyTest, FetchHashesTheWholeImage)
 {
-    auto s = make(FwType::Retimer, sideB);
-    WriteBoardFile(s->activeAhdrPath, AhdrBytes(SampleAhdr(0x0600, 4096)));
-    const Bytes image = Pattern(2 * 4096 + 100);
-    WriteBoardFile(s->activeImagePath, image);
-    std::string out = console([&] { EXPECT_TRUE(s->Fetch()); });
-    EXPECT_EQ(s->activeHash, OneShotDigest<48>(EVP_sha384(), image));
-    EXPECT_THAT(out, HasSubstr("Calculate hash for FW image: "
-                               "[/var/lib/images/B/retimer.bin]"));
+    auto s = make(FwType::VR);
+    auto fetch = [&](uint32_t verifiable, const Bytes& image, bool result) {
+        WriteBoardFile(s->activeAhdrPath,
+                       AhdrBytes(SampleAhdr(0x0700, verifiable)));
+        WriteBoardFile(s->activeImagePath, image);
+        return console([&] { EXPECT_EQ(s->Fetch(), result); });
+    };
+    const std::string rule(75, '-');
+    EXPECT_THAT(fetch(2, {'a', 'b', 'c'}, true),
+                HasSubstr("Real file size: [3]\n"
+                          "Total 3 bytes read from file\n"
+                          "Dump 48 bytes SHA-384 hash:\n" +
+                          rule +
+                          "\n Offset   00 01 02 03 04 05 06 07 08 09 0A 0B "
+                          "0C 0D 0E 0F  0123456789ABCDEF\n"
+                          "--------  ------------------------------------------"
+                          "-----  ----------------\n"
+                          "00000000  cb 00 75 3f 45 a3 5e 8b b5 a0 3d 69 9a c6 "
+                          "50 07  ..u?E.^...=i..P.\n"
+                          "00000010  27 2c 32 ab 0e de d1 63 1a 8b 60 5a 43 ff "
+                          "5b ed  ',2....c..`ZC.[.\n"
+                          "00000020  80 86 07 2b a1 e7 cc 23 58 ba ec a1 34 c8 "
+                          "25 a7  ...+...#X...4.%.\n" +
+                          rule + "\n"));
 
-    WriteBoardFile(s->activeAhdrPath, AhdrBytes(SampleAhdr(0x0600, 0)));
-    WriteBoardFile(s->activeImagePath, {});
-    console([&] { EXPECT_FALSE(s->Fetch()); });
+    Bytes image(3 * 4096 + 17);
+    for (size_t i = 0; i < image.size(); ++i)
+    {
+        image[i] = static_cast<uint8_t>(i * 7 + i / 4096);
+    }
+    fetch(4096, image, true);
+    EXPECT_EQ(s->activeHash, Sha384Of(image));
+    Sha384 quiet{};
+    std::string text;
+    EXPECT_TRUE(HashFileQuiet(s->activeImagePath, quiet));
+    EXPECT_EQ(quiet, Sha384Of(image));
+    console([&] { EXPECT_TRUE(HashFileSha256(s->activeImagePath, text)); });
+    EXPECT_EQ(text, Sha256Text(image.data(), image.size()));
+
+    EXPECT_THAT(fetch(20, Bytes(10), false),
+                HasSubstr("Unexpected file size [10 < 20]\n"));
+    EXPECT_THAT(fetch(0, {}, false), Not(HasSubstr("SHA-384 hash")));
 }
 
-// The bundle's RMs learn its version even from a header with a bad magic,
+// The RMs learn the bundle's version even from a header with a bad magic,
 // and no failed write fails the fetch.
 TEST_F(StrategyTest, BundleFetchWritesTheVersionToEveryOamFirst)
 {
     const std::vector<int> buses = {5, 6, 7, 8, 9, 10, 11, 0};
     const Bytes message = {0xF4, 0x0A, 0x01, 0x02, 0x03, 0x04};
-    struct Case
+    auto s = make(FwType::BUNDLE);
+    for (bool rmsAnswer : {true, false})
     {
-        const char* name;
-        bool goodMagic;
-        bool rmsAnswer;
-    };
-    for (const Case& c :
-         {Case{"bad magic", false, true}, Case{"no RM answers", true, false}})
-    {
-        SCOPED_TRACE(c.name);
+        SCOPED_TRACE(rmsAnswer ? "bad magic" : "no RM answers");
         fake.i2c.clearOperations();
         for (int bus : buses)
         {
             fake.i2c.addBus(bus);
-            if (c.rmsAnswer)
-            {
-                fake.i2c.addDevice(bus, 0x56);
-            }
-            else
-            {
-                fake.i2c.removeDevice(bus, 0x56);
-            }
+            rmsAnswer ? fake.i2c.addDevice(bus, 0x56)
+                      : fake.i2c.removeDevice(bus, 0x56);
         }
-        auto s = make(FwType::BUNDLE);
-        AhdrHeader header = SampleAhdr(0x0900);
-        header.magic = c.goodMagic ? ahdrMagic : 0;
+        AhdrHeader header = SampleAhdr(0x0900, 0);
+        header.magic = rmsAnswer ? 0 : ahdrMagic;
         WriteBoardFile(s->activeAhdrPath, AhdrBytes(header));
         const std::string out =
-            console([&] { EXPECT_EQ(s->Fetch(), c.goodMagic); });
-
-        std::vector<std::pair<int, Bytes>> writes;
+            console([&] { EXPECT_EQ(s->Fetch(), !rmsAnswer); });
+        std::vector<std::pair<int, Bytes>> writes, expected;
         for (const I2cOp& op : fake.i2c.operations(I2cOp::Kind::write))
         {
             EXPECT_EQ(op.address, 0x56);
             writes.emplace_back(op.bus, op.bytes);
         }
-        std::vector<std::pair<int, Bytes>> expected;
         for (int bus : buses)
         {
             expected.emplace_back(bus, message);
         }
         EXPECT_EQ(writes, expected);
-        for (int oam = 0; oam < 8; ++oam)
-        {
-            const std::string n = std::to_string(oam);
-            EXPECT_THAT(
-                out,
-                HasSubstr(c.rmsAnswer
-                              ? "Successfully write bundle version into "
-                                "RM register on OAM " +
-                                    n + ". Bundle version:0x01 0x02 0x03 0x04"
-                              : "Failed to write bundle version into RM "
-                                "register on OAM " +
-                                    n + "."));
-        }
-        EXPECT_EQ(out.find("AHDR Header Magic Value check failed") !=
-                      std::string::npos,
-                  !c.goodMagic);
-        EXPECT_EQ(s->activeHash, Sha384{}) << "the bundle takes no digest";
+        EXPECT_EQ(occurrences(out, rmsAnswer
+                                       ? "Successfully write bundle version "
+                                         "into RM register on OAM "
+                                       : "Failed to write bundle version into "
+                                         "RM register on OAM "),
+                  8U);
+        EXPECT_THAT(out, HasSubstr(rmsAnswer ? "OAM 7. Bundle version:0x01 "
+                                               "0x02 0x03 0x04"
+                                             : "OAM 7."));
     }
 }
 
 TEST_F(StrategyTest, VerifyGradesTheDevicesStatus)
 {
-    struct Case
-    {
-        uint8_t status;
-        bool result;
-        const char* line;
-    };
-    const Case cases[] = {
+    const std::tuple<uint8_t, bool, const char*> cases[] = {
         {0x00, true, "Verify pass!!"},
         {0x80, false, "Verify failed!!"},
         {0x42, false, "Other crash on mctp command to RoT, error code: 42"},
     };
     auto s = make(FwType::VR);
-    s->activeAhdr = SampleAhdr(0x0700);
-    s->activeHash.fill(0xab);
-    for (const Case& c : cases)
+    s->activeAhdr = SampleAhdr(0x0700, 0);
+    for (const auto& [status, result, line] : cases)
     {
-        SCOPED_TRACE(c.line);
         device.sent.clear();
-        device.reply(erot::test::response(0x02, c.status));
-        const std::string out =
-            console([&] { EXPECT_EQ(s->Verify(), c.result); });
-        EXPECT_THAT(out, HasSubstr(c.line));
+        device.reply(erot::test::response(0x02, status));
+        EXPECT_THAT(console([&] { EXPECT_EQ(s->Verify(), result); }),
+                    HasSubstr(line));
         ASSERT_EQ(device.sent.size(), 1U);
-        const Bytes& request = device.sent[0].request;
-        const Bytes ahdr = AhdrBytes(s->activeAhdr);
-        EXPECT_NE(std::search(request.begin(), request.end(),
-                              s->activeHash.begin(), s->activeHash.end()),
-                  request.end());
-        EXPECT_NE(std::search(request.begin(), request.end(), ahdr.begin(),
-                              ahdr.end()),
-                  request.end());
     }
 }
 

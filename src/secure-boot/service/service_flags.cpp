@@ -24,14 +24,20 @@ constexpr std::string_view enableVrUpdateFile =
 constexpr std::string_view manualRetimerUpdateFile =
     "/var/lib/orvane/retimer_images/enable_manual_retimer_update";
 
-// The first character of a flag file; empty when it can't be opened or
-// holds nothing.
-bool FirstCharacter(std::string_view path, bool& opened, char& first)
+// What a flag file says: whether it opened, and its first character ('\0'
+// when it holds none).
+struct Flag
+{
+    bool opened = false;
+    char first = '\0';
+};
+
+Flag ReadFlag(std::string_view path)
 {
     std::ifstream file(platform::path(path));
-    opened = static_cast<bool>(file);
-    first = '\0';
-    return opened && file.get(first);
+    Flag flag{static_cast<bool>(file), '\0'};
+    file.get(flag.first);
+    return flag;
 }
 
 void SetVrUpdate(SecureBootService& service, bool enable)
@@ -50,9 +56,7 @@ void SetVrUpdate(SecureBootService& service, bool enable)
 
 bool readVrUpdateEnable(SecureBootService& service)
 {
-    bool opened = false;
-    char first = '\0';
-    if (FirstCharacter(forceBundleUpdateFile, opened, first) && first == '1')
+    if (ReadFlag(forceBundleUpdateFile).first == '1')
     {
         SetVrUpdate(service, true);
         return true;
@@ -62,17 +66,17 @@ bool readVrUpdateEnable(SecureBootService& service)
         ConsoleLog(ERR) << "OAM/VR VR service initialization failed";
         return false;
     }
-    FirstCharacter(enableVrUpdateFile, opened, first);
-    if (!opened)
+    const Flag enable = ReadFlag(enableVrUpdateFile);
+    if (!enable.opened)
     {
         ConsoleLog(ERR) << "Open the file enable_vrupdate failed";
         SetVrUpdate(service, false);
         return false;
     }
     // Anything but "1" or "0" leaves the setting as it was.
-    if (first == '1' || first == '0')
+    if (enable.first == '1' || enable.first == '0')
     {
-        SetVrUpdate(service, first == '1');
+        SetVrUpdate(service, enable.first == '1');
     }
     return true;
 }

@@ -19,34 +19,19 @@ namespace
 
 using namespace orvane;
 
-// Board paths below a directory of the fuzzer's own.
+// Board paths below a directory of the fuzzer's own in TMPDIR, which the
+// fuzz script points into its build directory.
 class FuzzRoot : public platform::FileRoot
 {
   public:
-    FuzzRoot()
-    {
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / "ahdr-fuzz-XXXXXX")
-                .string();
-        if (mkdtemp(pattern.data()) == nullptr)
-        {
-            std::abort();
-        }
-        base = pattern;
-    }
-    ~FuzzRoot() override
-    {
-        std::error_code ignored;
-        std::filesystem::remove_all(base, ignored);
-    }
-
     std::filesystem::path resolve(std::string_view absolute) override
     {
         return base / std::filesystem::path(absolute).relative_path();
     }
 
-  private:
-    std::filesystem::path base;
+    const std::filesystem::path base =
+        std::filesystem::temp_directory_path() /
+        ("ahdr-fuzz-" + std::to_string(getpid()));
 };
 
 // The log lines only need a time stamp.
