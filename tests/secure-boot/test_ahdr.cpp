@@ -3,7 +3,7 @@
 #include "fakes/console_capture.hpp"
 #include "fakes/fake_platform.hpp"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 namespace orvane::test
 {
@@ -14,47 +14,29 @@ namespace
 // whole dump, so that the header can still be read in the log.
 TEST(AhdrReader, RefusesAtTheRightStep)
 {
-    struct Case
-    {
-        size_t size;
-        uint32_t magic;
-        const char* failure; // null: accepted
-    };
-    const Case cases[] = {
-        {ahdrSize, ahdrMagic, nullptr},
+    const std::tuple<size_t, uint32_t, std::string> cases[] = {
+        {ahdrSize, ahdrMagic, ""},
         {ahdrSize - 1, ahdrMagic, "Unexpected AHDR size [577 != 578]"},
         {ahdrSize + 1, ahdrMagic, "Unexpected AHDR size [579 != 578]"},
         {ahdrSize, 0x52444842, "Header Magic Value check failed"},
     };
-    const std::string path = "/var/lib/images/A/vr.ahdr";
-    for (const Case& c : cases)
+    FakePlatform fake;
+    for (const auto& [size, magic, failure] : cases)
     {
-        SCOPED_TRACE(c.size);
-        FakePlatform fake;
         AhdrHeader header = SampleAhdr(0x0700, 4096);
-        header.magic = c.magic;
+        header.magic = magic;
         Bytes bytes = AhdrBytes(header);
-        bytes.resize(c.size);
-        WriteBoardFile(path, bytes);
+        bytes.resize(size);
+        WriteBoardFile("/a.ahdr", bytes);
         AhdrHeader read;
         const std::string out = console(
-            [&] { EXPECT_EQ(ReadAhdr(path, read), c.failure == nullptr); });
-        const bool sized = c.size == ahdrSize;
-        EXPECT_EQ(out.find("Read 578 bytes from AHDR") != std::string::npos,
-                  sized);
+            [&] { EXPECT_EQ(ReadAhdr("/a.ahdr", read), failure.empty()); });
         const size_t dumpEnd =
             out.find("Verifiable Payload Size=[0x00001000(4096)]");
-        EXPECT_EQ(dumpEnd != std::string::npos, sized);
-        if (c.failure != nullptr)
-        {
-            EXPECT_NE(out.find(c.failure, sized ? dumpEnd : 0),
-                      std::string::npos)
-                << out;
-        }
-        if (sized)
-        {
-            EXPECT_EQ(AhdrBytes(read), AhdrBytes(header)) << "kept as read";
-        }
+        EXPECT_EQ(dumpEnd != std::string::npos, size == ahdrSize) << size;
+        EXPECT_NE(out.find(failure, size == ahdrSize ? dumpEnd : 0),
+                  std::string::npos)
+            << out;
     }
 }
 

@@ -20,24 +20,13 @@ namespace
 using namespace orvane;
 
 // Board paths below a directory of the fuzzer's own in TMPDIR, which the
-// fuzz script points into its build directory.
-class FuzzRoot : public platform::FileRoot
+// fuzz script points into its build directory; the log needs a clock.
+struct Seams : platform::FileRoot, platform::Clock
 {
-  public:
     std::filesystem::path resolve(std::string_view absolute) override
     {
         return base / std::filesystem::path(absolute).relative_path();
     }
-
-    const std::filesystem::path base =
-        std::filesystem::temp_directory_path() /
-        ("ahdr-fuzz-" + std::to_string(getpid()));
-};
-
-// The log lines only need a time stamp.
-class FixedClock : public platform::Clock
-{
-  public:
     std::chrono::steady_clock::time_point steadyNow() override
     {
         return {};
@@ -48,18 +37,21 @@ class FixedClock : public platform::Clock
     }
     void sleepFor(std::chrono::nanoseconds) override
     {}
+
+    const std::filesystem::path base =
+        std::filesystem::temp_directory_path() /
+        ("ahdr-fuzz-" + std::to_string(getpid()));
 };
 
 const std::string path = "/var/lib/images/A/ifwi.ahdr";
 
 std::filesystem::path Prepare()
 {
-    static FuzzRoot root;
-    static FixedClock clock;
-    platform::Platform seams;
-    seams.files = &root;
-    seams.clock = &clock;
-    platform::install(seams);
+    static Seams seams;
+    platform::Platform set;
+    set.files = &seams;
+    set.clock = &seams;
+    platform::install(set);
     std::filesystem::path file = platform::path(path);
     std::filesystem::create_directories(file.parent_path());
     return file;
