@@ -200,9 +200,10 @@ void runRegistrations(sdbus::IConnection& connection)
 }
 
 // The name is what makes this the one instance that drives the board. Held
-// by another, the process ends: the main thread is still waiting for the
-// claim and hasn't touched a line or a register. _Exit, because that thread
-// runs on and static destructors must not run under it.
+// by another, or refused by the bus's policy, the process ends: the main
+// thread is still waiting for the claim and hasn't touched a line or a
+// register. _Exit, because that thread runs on and static destructors must
+// not run under it.
 std::unique_ptr<sdbus::IConnection> claimBus()
 {
     auto connection = sdbus::createSystemBusConnection();
@@ -212,11 +213,14 @@ std::unique_ptr<sdbus::IConnection> claimBus()
     }
     catch (const sdbus::Error& e)
     {
+        // Tells the person who installs the daemon which of the two to fix.
+        bool refused = e.getName() == "org.freedesktop.DBus.Error.AccessDenied";
         ConsoleLog(CRITICAL)
             << "sd_bus_request_name: the bus name " << orvaneBusName
-            << " is not ours, another instance runs the "
-               "board; exiting: "
-            << e.getMessage();
+            << " is not ours, "
+            << (refused ? "the bus's policy refuses it to this user"
+                        : "another instance runs the board")
+            << "; exiting: " << e.getName() << ": " << e.getMessage();
         std::_Exit(EXIT_FAILURE);
     }
     claimPending = false;
