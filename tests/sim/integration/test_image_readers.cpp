@@ -48,42 +48,44 @@ class StillTime : public ubbsim::BoardTime
     {}
 };
 
-// A warm board with standby up and the UBB FPGA loaded, as when the
-// readers run, its image tree signed by its eRoT, its devices loaded from
-// that, and the RM service on a private bus. I2C, GPIO, the shell and the
-// retimer library reach the board; the rest stays fake.
+// The board of the scenario, warm with standby up and the UBB FPGA loaded
+// as when the readers run, its image tree signed by its eRoT under `root`
+// and its devices loaded from that; the scenario's RMs report the digest
+// of side A's image unless it says otherwise.
+std::unique_ptr<ubbsim::Board> loadedBoard(ubbsim::Scenario& scenario,
+                                           const std::string& root)
+{
+    scenario.start = ubbsim::ResetKind::warm;
+    ubbsim::prepareRoot(root, scenario);
+    auto state = ubbsim::erot::setUpBoardErot(
+        scenario.erot, root, ubbsim::erot::generateBoardKeys());
+    auto board = ubbsim::makeBoard(scenario, std::make_unique<StillTime>());
+    board->loadImages(ubbsim::deviceContents(scenario, state, root));
+    for (auto& slot : scenario.oams)
+    {
+        if (slot.rmDigest == std::array<uint8_t, 32>{})
+        {
+            slot.rmDigest = ubbsim::erot::rmImageSha256(root, 0);
+        }
+    }
+    return board;
+}
+
+// I2C, GPIO, the shell and the retimer library reach the board, the RM
+// service answers on a private bus; the rest stays fake.
 class ReadersOnBoard
 {
   public:
-    explicit ReadersOnBoard(ubbsim::Scenario scenario)
+    explicit ReadersOnBoard(ubbsim::Scenario given) :
+        scenario(std::move(given)), board(loadedBoard(scenario, root)),
+        neighbours(scenario)
     {
-        scenario.start = ubbsim::ResetKind::warm;
-        const std::string root = fake.files.root().string();
-        ubbsim::prepareRoot(root, scenario);
-        auto state = ubbsim::erot::setUpBoardErot(
-            scenario.erot, root, ubbsim::erot::generateBoardKeys());
-        board = ubbsim::makeBoard(scenario, std::make_unique<StillTime>());
-        board->loadImages(ubbsim::deviceContents(scenario, state, root));
-        for (auto& slot : scenario.oams)
-        {
-            if (slot.rmDigest == std::array<uint8_t, 32>{})
-            {
-                slot.rmDigest = ubbsim::erot::rmImageSha256(root, 0);
-            }
-        }
-        neighbours = std::make_unique<ubbsim::Neighbours>(scenario);
-        neighbours->start();
-
-        port = std::make_unique<ubbsim::DirectPort>(*board);
-        i2c = std::make_unique<ubbsim::VirtualI2c>(*port);
-        gpio = std::make_unique<ubbsim::VirtualGpio>(*port);
-        shell = std::make_unique<ubbsim::VirtualShell>(root, port.get());
-        retimer = std::make_unique<ubbsim::VirtualRetimer>(*port);
+        neighbours.start();
         platform::Platform seams = platform::current();
-        seams.i2c = i2c.get();
-        seams.gpio = gpio.get();
-        seams.shell = shell.get();
-        seams.retimer = retimer.get();
+        seams.i2c = &i2c;
+        seams.gpio = &gpio;
+        seams.shell = &shell;
+        seams.retimer = &retimer;
         previous = platform::install(seams);
     }
     ~ReadersOnBoard()
@@ -97,24 +99,24 @@ class ReadersOnBoard
         EXPECT_TRUE(HashFileQuiet(boardPath, digest)) << boardPath;
         return digest;
     }
-    // What Linux shows of the SPI controller now.
     bool driverBound()
     {
         return std::filesystem::exists(fake.files.resolve(
             "/sys/bus/platform/drivers/aspeed-smc/1e631000.spi"));
     }
 
+  private:
     FakePlatform fake;
     PrivateBus bus;
+    const std::string root = fake.files.root().string();
+    ubbsim::Scenario scenario;
     std::unique_ptr<ubbsim::Board> board;
-
-  private:
-    std::unique_ptr<ubbsim::Neighbours> neighbours;
-    std::unique_ptr<ubbsim::DirectPort> port;
-    std::unique_ptr<ubbsim::VirtualI2c> i2c;
-    std::unique_ptr<ubbsim::VirtualGpio> gpio;
-    std::unique_ptr<ubbsim::VirtualShell> shell;
-    std::unique_ptr<ubbsim::VirtualRetimer> retimer;
+    ubbsim::Neighbours neighbours;
+    ubbsim::DirectPort port{*board};
+    ubbsim::VirtualI2c i2c{port};
+    ubbsim::VirtualGpio gpio{port};
+    ubbsim::VirtualShell shell{root, &port};
+    ubbsim::VirtualRetimer retimer{port};
     platform::Platform previous;
 };
 
