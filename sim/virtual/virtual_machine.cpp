@@ -106,8 +106,9 @@ std::string VirtualShell::rewrite(const std::string& command) const
 
 std::optional<int> VirtualShell::driverWrite(const std::string& command)
 {
-    static const std::regex echo(
-        R"(^\s*echo\s+(\S+)\s*>\s*(/sys/bus/platform/drivers/[^/\s]+/(un)?bind)\s*$)");
+    static const std::regex echo(R"(^\s*echo\s+(\S+)\s*>\s*)"
+                                 R"((/sys/bus/platform/drivers/[^/\s]+/)"
+                                 R"((un)?bind)\s*$)");
     std::smatch parts;
     if (board == nullptr || !std::regex_match(command, parts, echo))
     {
