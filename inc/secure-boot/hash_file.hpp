@@ -17,7 +17,8 @@ bool HashFile(const std::string& path, uint32_t minimumSize,
 // The same without the size check and the prints.
 bool HashFileQuiet(const std::string& path, std::array<uint8_t, 48>& digest);
 
-// SHA-256 of the file as lower-case hex text; false on failure.
+// SHA-256 of the file as lower-case hex text; false on failure or on an
+// empty file.
 bool HashFileSha256(const std::string& path, std::string& text);
 
 // SHA-256 of bytes in memory as lower-case hex text.

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace orvane
@@ -22,8 +23,13 @@ struct VrDesignEntry
 
 using VrDesignTable = std::vector<std::shared_ptr<const VrDesignEntry>>;
 
-// The table in its fixed order, built from the product data compiled in.
+// The table in its fixed order, built from the product data compiled in
+// (vr_designs.csv, turned into code by the build).
 VrDesignTable MakeDesignTable();
+
+// The four characters that begin every UBB part number; they come with the
+// table's data.
+std::string_view UbbPartNumberPrefix();
 
 // FRU kinds of the scan.
 constexpr int fruKindUbb = 0;
