@@ -4,6 +4,8 @@
 #include "secure-boot/secure_boot_board.hpp"
 #include "utils/platform/platform.hpp"
 
+#include <unistd.h>
+
 #include <filesystem>
 #include <fstream>
 
@@ -67,6 +69,13 @@ std::string FindFlashDevice()
         }
     }
     return {};
+}
+
+bool SpiDriverBound()
+{
+    const std::string link = std::string(secure_boot_board::spiDriverDir) +
+                             std::string(secure_boot_board::spiDevice);
+    return ::access(platform::path(link).c_str(), F_OK) == 0;
 }
 
 } // namespace orvane

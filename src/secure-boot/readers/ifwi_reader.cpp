@@ -9,7 +9,6 @@
 #include "utils/platform/platform.hpp"
 
 #include <fcntl.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <exception>
@@ -195,9 +194,7 @@ bool ReadIFWIImage(ImageProcessStrategy& strategy)
     {
         return false;
     }
-    const std::string driverLink =
-        std::string(board::spiDriverDir) + std::string(board::spiDevice);
-    if (::access(platform::path(driverLink).c_str(), F_OK) == 0)
+    if (SpiDriverBound())
     {
         if (!WriteDriverFile(unbindFile))
         {

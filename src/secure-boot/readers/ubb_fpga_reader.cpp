@@ -7,8 +7,6 @@
 #include "utils/gpio_lines.hpp"
 #include "utils/platform/platform.hpp"
 
-#include <unistd.h>
-
 #include <string>
 
 namespace orvane
@@ -27,13 +25,6 @@ const std::string flashSide(board::flashSideLine);
 std::string DriverCommand(std::string_view file)
 {
     return "echo " + std::string(board::spiDevice) + " >" + std::string(file);
-}
-
-bool DriverBound()
-{
-    const std::string link =
-        std::string(board::spiDriverDir) + std::string(board::spiDevice);
-    return ::access(platform::path(link).c_str(), F_OK) == 0;
 }
 
 // The flash of `side` is on the SMC's SPI bus: bind the driver, find the
@@ -60,7 +51,7 @@ bool SelectAndDump(ImageProcessStrategy& strategy, uint8_t side, uint32_t size)
     }
     // The driver probes the flash only when it binds, so it must bind
     // afresh with the flash now selected.
-    if (DriverBound() &&
+    if (SpiDriverBound() &&
         platform::shell().system(DriverCommand(board::spiUnbindFile)) != 0)
     {
         ConsoleLog(ERR) << "SPI unbind failed";
