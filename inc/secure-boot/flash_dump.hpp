@@ -15,4 +15,7 @@ bool DumpFlash(const std::string& devicePath, const std::string& filePath,
 // below the SPI controller; empty when there is none.
 std::string FindFlashDevice();
 
+// Whether Linux holds the SPI controller: its driver's link to it exists.
+bool SpiDriverBound();
+
 } // namespace orvane

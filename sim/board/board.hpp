@@ -1,5 +1,6 @@
 #pragma once
 
+#include "board/device_images.hpp"
 #include "common/sim_clock.hpp"
 #include "common/wire.hpp"
 #include "scenario/scenario.hpp"
@@ -41,9 +42,8 @@ class Board
     // request, so that a daemon that dies gives its lines back.
     virtual bool lineExists(const std::string& name) = 0;
     virtual int requestLine(uint64_t owner, const std::string& name,
-                            const std::string& consumer, bool output,
-                            int flags, int defaultValue,
-                            uint32_t& handle) = 0;
+                            const std::string& consumer, bool output, int flags,
+                            int defaultValue, uint32_t& handle) = 0;
     virtual int getLine(uint32_t handle) = 0;
     virtual int setLine(uint32_t handle, int value) = 0;
     virtual int releaseLine(uint32_t handle) = 0;
@@ -53,8 +53,16 @@ class Board
     virtual uint32_t resetReason() = 0;
     // The SMC was reset; the board keeps whatever power it has.
     virtual void smcReset() = 0;
-    // The retimer behind a switch position holds the image: 0 when so.
+    // The retimer behind a switch position holds the image in the file at
+    // the board path: 0 when so, 1 when it holds another, -errno when the
+    // position or the file is wrong.
     virtual int retimerEnsure(int switchValue, const std::string& path) = 0;
+    // What the flashes and retimers hold, and where the SMC's files are.
+    virtual void loadImages(DeviceImages images) = 0;
+    // `text` written to a sysfs driver file, e.g. ".../aspeed-smc/bind":
+    // 0, or -errno as the kernel refuses it.
+    virtual int driverWrite(const std::string& file,
+                            const std::string& text) = 0;
 
     // Applies what happened up to now: scenario actions, power good edges.
     virtual void advance() = 0;

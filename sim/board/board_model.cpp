@@ -39,6 +39,7 @@ BoardModel::BoardModel(const Scenario& scenario) :
           {mux,
            [this](int oam) { return oams[static_cast<size_t>(oam)].get(); },
            [this](int oam) { return oamPowered(oam); }}),
+    spi({gpio, fpga, present, [this](int oam) { return oamPowered(oam); }}),
     ioResetTrace(waveform.add("ioexp_rst_n", 1))
 {
     for (size_t oam = 0; oam < oams.size(); ++oam)

@@ -14,6 +14,7 @@
 #include "board/rm_device.hpp"
 #include "board/smc_expander.hpp"
 #include "board/smc_fpga_status.hpp"
+#include "board/spi_flash.hpp"
 #include "board/timeline.hpp"
 #include "board/ubb_fpga.hpp"
 #include "board/waveform.hpp"
@@ -57,6 +58,8 @@ class BoardModel
     SmcFpgaStatus smcStatus;
     std::vector<std::unique_ptr<PmbusDevice>> ubbPower;
     I2cBuses buses;
+    DeviceImages images;
+    SpiFlash spi;
 
   private:
     void connect();

@@ -30,6 +30,10 @@ inline constexpr uint8_t rmAddress = 0x56;
 // The RM of OAM n sits on this bus.
 inline constexpr std::array<int, 8> rmBus{5, 6, 7, 8, 9, 10, 11, 0};
 
+// The retimers behind these switch positions hold the first image of a
+// board with two retimer images; the others hold the second.
+inline constexpr uint8_t retimer1Positions = 0x66;
+
 // Channel 4: the UBB's hot-swap controllers and regulators.
 inline constexpr std::array<uint8_t, 5> ubbHotswapAddresses{0x1E, 0x1C, 0x1D,
                                                             0x11, 0x13};

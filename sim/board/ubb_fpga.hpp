@@ -50,6 +50,18 @@ class UbbFpga : public RegisterDevice
         return sgpio;
     }
 
+    // The OAMs whose IFWI flash the FPGA puts on the SMC's SPI bus:
+    // register 0x40 selects them while 0x41 asks for the parallel read (0).
+    uint8_t ifwiRouting() const
+    {
+        return active && regs[0x41] == 0 ? regs[0x40] : 0;
+    }
+    // Register 0x42: the OAMs whose line differed during the last stream.
+    void reportMisoDifference(uint8_t oams)
+    {
+        regs[0x42] = oams;
+    }
+
     // The FPGA rails changed: an FPGA without power forgets its image.
     void railsChanged();
     void setCtf(int oam, bool tripped);

@@ -1,6 +1,9 @@
 #include "board/virtual_board.hpp"
 
+#include <bit>
 #include <cerrno>
+#include <fstream>
+#include <iterator>
 
 namespace ubbsim
 {
@@ -111,11 +114,44 @@ void VirtualBoard::smcReset()
     auto lock = settle();
     reason = warmReset;
     model.gpio.releaseAll();
+    model.spi.reboot();
 }
 
-int VirtualBoard::retimerEnsure(int, const std::string&)
+int VirtualBoard::retimerEnsure(int switchValue, const std::string& path)
 {
-    return 0;
+    auto lock = settle();
+    if (switchValue <= 0 || switchValue > 0x80 ||
+        !std::has_single_bit(static_cast<unsigned>(switchValue)))
+    {
+        return -EINVAL;
+    }
+    if (model.images.root.empty())
+    {
+        return -ENOENT;
+    }
+    std::ifstream file(model.images.root + path, std::ios::binary);
+    if (!file)
+    {
+        return -ENOENT;
+    }
+    std::vector<uint8_t> image((std::istreambuf_iterator<char>(file)),
+                               std::istreambuf_iterator<char>());
+    const auto& held = model.images.retimers[static_cast<size_t>(
+        std::countr_zero(static_cast<unsigned>(switchValue)))];
+    return image == held ? 0 : 1;
+}
+
+void VirtualBoard::loadImages(DeviceImages images)
+{
+    auto lock = settle();
+    model.images = std::move(images);
+    model.spi.load(model.images);
+}
+
+int VirtualBoard::driverWrite(const std::string& file, const std::string& text)
+{
+    auto lock = settle();
+    return model.spi.driverWrite(file, text);
 }
 
 void VirtualBoard::advance()

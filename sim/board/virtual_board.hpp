@@ -36,6 +36,8 @@ class VirtualBoard final : public Board
     uint32_t resetReason() override;
     void smcReset() override;
     int retimerEnsure(int switchValue, const std::string& path) override;
+    void loadImages(DeviceImages images) override;
+    int driverWrite(const std::string& file, const std::string& text) override;
     void advance() override;
     BoardStats stats() override;
     void writeWaveform(const std::string& path) override;

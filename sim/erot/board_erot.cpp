@@ -232,6 +232,18 @@ ErotState setUpBoardErot(const ErotScenario& scenario, const fs::path& root,
     return state;
 }
 
+std::vector<uint8_t> signedPayload(const ErotState& state, uint16_t id,
+                                   int side)
+{
+    const ComponentState* component = state.component(id);
+    if (component == nullptr)
+    {
+        return {};
+    }
+    return generatedPayload(
+        id, component->sides[static_cast<size_t>(side)].version, payloadSize);
+}
+
 std::array<uint8_t, 32> rmImageSha256(const fs::path& root, int side)
 {
     std::array<uint8_t, 32> digest{};

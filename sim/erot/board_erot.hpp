@@ -6,6 +6,7 @@
 
 #include <array>
 #include <filesystem>
+#include <vector>
 
 namespace ubbsim::erot
 {
@@ -36,6 +37,12 @@ ErotState setUpBoardErot(const ErotScenario& scenario,
 
 // Whether the board of the scenario carries the component.
 bool carried(const ErotScenario& scenario, uint16_t componentId);
+
+// The image signed for a component's side: what a device programmed from
+// that side holds, whatever befell the file afterwards. Empty for a
+// component that the board doesn't carry.
+std::vector<uint8_t> signedPayload(const ErotState& state, uint16_t id,
+                                   int side);
 
 // SHA-256 of the RM image of a side, as the RM service reports it for a
 // module that holds that image; zeros when there is no such file.

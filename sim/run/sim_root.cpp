@@ -35,7 +35,19 @@ const char* const boardDirectories[] = {
     "/usr/bin",
     "/usr/share/images",
     "/dev",
+    "/tmp/secure-boot/A",
+    "/tmp/secure-boot/B",
 };
+
+// The SMC's own flash as Linux shows it: the partitions of its first SPI
+// controller, mtd0 on, each named in sysfs, the update partitions also by
+// name under /dev/mtd/. The second controller's flash comes and goes with
+// its driver, on the board's side.
+const char* const smcPartitions[] = {
+    "bmc", "bmc_backup", "bmc_backup_update", "smc_ahdr_update", "apcfg_update",
+};
+constexpr uintmax_t partitionSize = 1 << 20;
+const char* const smcMtdDir = "/sys/devices/platform/ahb/1e620000.spi/mtd/";
 
 int exitFor(const Scenario& scenario, const std::string& tool)
 {
@@ -58,6 +70,25 @@ std::string toolScript(const std::string& root, const std::string& tool,
     return script + "exit " + std::to_string(status) + "\n";
 }
 
+void makeSmcPartitions(const std::string& root)
+{
+    fs::create_directories(root + "/dev/mtd");
+    int number = 0;
+    for (const char* name : smcPartitions)
+    {
+        std::string mtd = "mtd" + std::to_string(number++);
+        fs::create_directories(root + smcMtdDir + mtd);
+        std::ofstream(root + smcMtdDir + mtd + "/name") << name << "\n";
+        if (!fs::exists(root + "/dev/" + mtd))
+        {
+            std::ofstream(root + "/dev/" + mtd);
+            fs::resize_file(root + "/dev/" + mtd, partitionSize);
+        }
+        std::error_code exists;
+        fs::create_symlink("../" + mtd, root + "/dev/mtd/" + name, exists);
+    }
+}
+
 } // namespace
 
 void prepareRoot(const std::string& root, const Scenario& scenario)
@@ -66,6 +97,7 @@ void prepareRoot(const std::string& root, const Scenario& scenario)
     {
         fs::create_directories(root + directory);
     }
+    makeSmcPartitions(root);
     for (const char* const* tool = boardTools; *tool != nullptr; ++tool)
     {
         std::string path = root + *tool;

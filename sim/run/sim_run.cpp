@@ -6,6 +6,7 @@
 #include "run/bus_daemon.hpp"
 #include "run/client_calls.hpp"
 #include "run/daemon_process.hpp"
+#include "run/device_contents.hpp"
 #include "run/run_erot.hpp"
 #include "run/run_report.hpp"
 #include "run/sim_root.hpp"
@@ -264,6 +265,8 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
     server.start();
     prepareRoot(env.rootDir, scenario);
     RunErot erot(scenario, env.rootDir, out, clock, options.erotStatePath);
+    board->loadImages(
+        deviceContents(scenario, erot.endpoint().state(), env.rootDir));
     Scenario neighbourhood = scenario;
     erot.fillRmDigests(neighbourhood);
     Neighbours neighbours(neighbourhood, erot.handler());

@@ -92,6 +92,24 @@ struct Fault
     int value = 0;
 };
 
+// What a device of the board holds instead of the image that it was
+// programmed with from the SMC's storage.
+enum class DeviceMark
+{
+    tampered, // one byte changed
+    erased,   // every byte 0xFF
+};
+
+// The devices whose contents differ from the image tree. Unmarked ones
+// hold the image of the side their component runs from; the UBB FPGA's
+// flashes hold one side each.
+struct DeviceScenario
+{
+    std::map<int, DeviceMark> ubbFpgaFlash; // by side: 0 A, 1 B
+    std::map<int, DeviceMark> ifwi;         // by OAM, fitted ones only
+    std::map<int, DeviceMark> retimers;     // by switch value, 0x01..0x80
+};
+
 // What happens to the daemon process.
 struct DaemonAction
 {
@@ -139,6 +157,7 @@ struct Scenario
     // path to contents, taken as they are.
     std::map<std::string, std::string> files;
     ErotScenario erot; // the root of trust and its images
+    DeviceScenario devices;
     Seconds end = 120;
     double speed = 10; // board seconds per machine second
 };

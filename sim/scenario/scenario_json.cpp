@@ -1,5 +1,6 @@
 #include "scenario/scenario_json.hpp"
 
+#include "scenario/devices_json.hpp"
 #include "scenario/erot_json.hpp"
 #include "scenario/fault_json.hpp"
 #include "scenario/json_reader.hpp"
@@ -562,7 +563,7 @@ Scenario parseScenario(const json& document)
     Fields fields(document, "",
                   {"name", "description", "start", "baseWasOn", "oams", "ubb",
                    "k517", "fruValid", "host", "faults", "daemon", "clients",
-                   "tools", "files", "erot", "end", "speed"});
+                   "tools", "files", "erot", "devices", "end", "speed"});
     Scenario scenario;
     scenario.name = "custom";
     scenario.end = defaultEnd;
@@ -608,6 +609,11 @@ Scenario parseScenario(const json& document)
     if (const json* erot = fields.find("erot"))
     {
         scenario.erot = parseErot(*erot, fields.at("erot"), scenario.end);
+    }
+    if (const json* devices = fields.find("devices"))
+    {
+        scenario.devices =
+            parseDevices(*devices, fields.at("devices"), scenario.oams);
     }
     return scenario;
 }

@@ -42,6 +42,7 @@ class ScenarioError : public std::runtime_error
 //     "daemon": [{"at": 80, "action": "restart"}],
 //     "tools": {"/usr/share/images/rm_recovery.sh": 0},
 //     "erot": {...}    (the root of trust, see erot_json.hpp)
+//     "devices": {...} (flashes and retimers, see devices_json.hpp)
 //     "end": 120, "speed": 10
 //   }
 //

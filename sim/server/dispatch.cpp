@@ -115,6 +115,13 @@ std::vector<uint8_t> dispatch(Board& board, const std::vector<uint8_t>& request,
             int switchValue = in.i32();
             return answer(board.retimerEnsure(switchValue, in.str())).buffer();
         }
+        case Op::driverWrite:
+        {
+            std::string file = in.str();
+            std::string text = in.str();
+            return answer(in.good() ? board.driverWrite(file, text) : -EINVAL)
+                .buffer();
+        }
     }
     return answer(-ENOSYS).buffer();
 }

@@ -26,7 +26,7 @@ int main()
     static ubbsim::VirtualI2c i2c(link);
     static ubbsim::VirtualGpio gpio(link);
     static ubbsim::VirtualClock clock(env->time, env->sleepLog);
-    static ubbsim::VirtualShell shell(env->rootDir);
+    static ubbsim::VirtualShell shell(env->rootDir, &link);
     static ubbsim::VirtualFileRoot files(env->rootDir);
     static ubbsim::VirtualDevMem devMem(link);
     static ubbsim::VirtualRetimer retimer(link);

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <regex>
 
 namespace ubbsim
 {
@@ -103,8 +104,32 @@ std::string VirtualShell::rewrite(const std::string& command) const
            out;
 }
 
+std::optional<int> VirtualShell::driverWrite(const std::string& command)
+{
+    static const std::regex echo(R"(^\s*echo\s+(\S+)\s*>\s*)"
+                                 R"((/sys/bus/platform/drivers/[^/\s]+/)"
+                                 R"((un)?bind)\s*$)");
+    std::smatch parts;
+    if (board == nullptr || !std::regex_match(command, parts, echo))
+    {
+        return std::nullopt;
+    }
+    WireWriter out;
+    out.u8(static_cast<uint8_t>(Op::driverWrite))
+        .str(parts[2].str())
+        .str(parts[1].str() + "\n");
+    auto reply = board->call(out);
+    // The shell's echo reports a refused write with exit status 1.
+    bool written = !reply.empty() && WireReader(reply).i32() == 0;
+    return written ? 0 : 1 << 8;
+}
+
 int VirtualShell::system(const std::string& command)
 {
+    if (auto status = driverWrite(command))
+    {
+        return *status;
+    }
     return std::system(rewrite(command).c_str());
 }
 

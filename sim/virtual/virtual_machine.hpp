@@ -9,6 +9,7 @@
 #include "virtual/board_link.hpp"
 
 #include <cstdio>
+#include <optional>
 #include <string>
 
 namespace ubbsim
@@ -48,11 +49,14 @@ class VirtualFileRoot : public orvane::platform::FileRoot
 
 // Commands run by the machine's shell, with the board's absolute paths
 // moved under the simulated root and its tools first on the PATH; busctl
-// and dd stay the machine's own.
+// and dd stay the machine's own. With a board, an echo into a driver's
+// sysfs bind or unbind file goes to the board, which binds or unbinds as
+// the kernel would.
 class VirtualShell : public orvane::platform::Shell
 {
   public:
-    explicit VirtualShell(std::string root) : root(std::move(root))
+    explicit VirtualShell(std::string root, BoardPort* board = nullptr) :
+        root(std::move(root)), board(board)
     {}
 
     int system(const std::string& command) override;
@@ -62,7 +66,11 @@ class VirtualShell : public orvane::platform::Shell
     std::string rewrite(const std::string& command) const;
 
   private:
+    // The wait status of a driver file write, or none for other commands.
+    std::optional<int> driverWrite(const std::string& command);
+
     std::string root;
+    BoardPort* board;
 };
 
 class VirtualDevMem : public orvane::platform::DevMem

@@ -1,0 +1,81 @@
+#include "secure-boot/flash_dump.hpp"
+
+#include "logging/log_line.hpp"
+#include "secure-boot/secure_boot_board.hpp"
+#include "utils/platform/platform.hpp"
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+
+namespace orvane
+{
+
+namespace
+{
+
+using logging::level::ERR;
+
+// dd moves whole blocks of this size; the tail goes byte by byte.
+constexpr uint32_t blockSize = 512;
+
+} // namespace
+
+bool DumpFlash(const std::string& devicePath, const std::string& filePath,
+               uint32_t size)
+{
+    const std::string blocks = "dd if=" + devicePath + " of=" + filePath +
+                               " bs=" + std::to_string(blockSize) +
+                               " count=" + std::to_string(size / blockSize);
+    if (platform::shell().system(blocks) < 0)
+    {
+        ConsoleLog(ERR) << "Failed to dump ifwi data";
+        return false;
+    }
+    const uint32_t remainder = size % blockSize;
+    if (remainder == 0)
+    {
+        return true;
+    }
+    const std::string done = std::to_string(size - remainder);
+    // The tail lands at the same offset in the file as on the device.
+    const std::string tail = "dd if=" + devicePath + " of=" + filePath +
+                             " bs=1 skip=" + done + " seek=" + done +
+                             "  count=" + std::to_string(remainder);
+    if (platform::shell().system(tail) < 0)
+    {
+        ConsoleLog(ERR) << "Failed to dump ifwi remaining data";
+        return false;
+    }
+    return true;
+}
+
+std::string FindFlashDevice()
+{
+    namespace fs = std::filesystem;
+    std::error_code error;
+    fs::directory_iterator entries(platform::path(secure_boot_board::spiMtdDir),
+                                   error);
+    for (; !error && entries != fs::directory_iterator();
+         entries.increment(error))
+    {
+        std::ifstream nameFile(entries->path() / "name");
+        std::string name;
+        if (std::getline(nameFile, name) &&
+            name == secure_boot_board::flashPartitionName)
+        {
+            return "/dev/" + entries->path().filename().string();
+        }
+    }
+    return {};
+}
+
+bool SpiDriverBound()
+{
+    const std::string link = std::string(secure_boot_board::spiDriverDir) +
+                             std::string(secure_boot_board::spiDevice);
+    return ::access(platform::path(link).c_str(), F_OK) == 0;
+}
+
+} // namespace orvane
