@@ -7,6 +7,11 @@
 namespace orvane
 {
 
+// The digest library's one-time set-up (about 2 MB, most of it shared
+// library pages), paid at start so that hashing an image later costs only
+// its buffers.
+void PrepareDigests();
+
 // SHA-384 of the whole file, which must be at least `minimumSize` bytes:
 // the verifiable size is a lower bound, the digest covers every byte. Prints
 // its progress and a hex dump of the digest; false on any failure or on an

@@ -2,6 +2,7 @@
 
 #include "main/boot_driver.hpp"
 #include "main/secure_shm.hpp"
+#include "secure-boot/hash_file.hpp"
 
 namespace orvane
 {
@@ -9,6 +10,7 @@ namespace orvane
 void OrvaneMain(const char* shmName)
 {
     sem_t* semaphore = OpenSecureShm(shmName);
+    PrepareDigests();
     // On this stack for the life of the process, which never returns from
     // here: the D-Bus thread and the power monitor hold references to it.
     OrvaneSvcState state;

@@ -205,6 +205,14 @@ void DumpDigest(const uint8_t* data, size_t length)
 
 } // namespace
 
+void PrepareDigests()
+{
+    uint8_t out[EVP_MAX_MD_SIZE];
+    unsigned length = 0;
+    EVP_Digest(nullptr, 0, out, &length, EVP_sha384(), nullptr);
+    EVP_Digest(nullptr, 0, out, &length, EVP_sha256(), nullptr);
+}
+
 bool HashFile(const std::string& path, uint32_t minimumSize,
               std::array<uint8_t, 48>& digest)
 {
