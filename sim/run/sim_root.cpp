@@ -37,14 +37,75 @@ const char* const boardDirectories[] = {
     "/dev",
 };
 
+constexpr const char* vrTool = "/usr/sbin/vr-update";
+
+// The regulator configurations of the board's designs, one folder each, on
+// both sides of the image and in its read-only copy.
+const char* const bundleTrees[] = {
+    "/var/lib/images/A/vr-bundle",
+    "/var/lib/images/B/vr-bundle",
+    "/run/initramfs/ro/var/lib/images/A/vr-bundle",
+    "/run/initramfs/ro/var/lib/images/B/vr-bundle",
+};
+const char* const bundleFolders[] = {
+    "OAMVRx1", "OAMVRx2", "OAMVRx3", "OAMVRx4",  "OAMVRx5", "OAMVRx6",
+    "OAMVRx7", "OAMVRx8", "OAMVRxE", "OAMVRx10", "UBBVRx1", "UBBVRx2",
+    "UBBVRx3", "UBBVRx4", "UBBVRx5", "UBBVRx6",
+};
+constexpr const char* bundleConfig =
+    "{\"ConfigVersion\": \"1.0\", \"VRConfigs\": []}\n";
+
 int exitFor(const Scenario& scenario, const std::string& tool)
 {
     auto found = scenario.toolExit.find(tool);
     return found == scenario.toolExit.end() ? 0 : found->second;
 }
 
+// How the tool ends, as shell code; a killed tool takes its own life.
+std::string ending(int status)
+{
+    return status == toolKilled ? "kill -KILL $$"
+                                : "exit " + std::to_string(status);
+}
+
+// The update tool ends as the scenario says for the board it is given
+// ("ubb 14" or "oam N"); asked for the write-cycle report (a fifth word
+// "true") it answers 0.
+std::string vrToolCases(const Scenario& scenario)
+{
+    const auto named = scenario.toolExit.find(vrTool);
+    const int otherwise = named == scenario.toolExit.end() ? 1 : named->second;
+    std::string cases = "[ \"$5\" = true ] && exit 0\n"
+                        "case \"$1 $2\" in\n"
+                        "  \"ubb 14\") " +
+                        ending(scenario.vrUpdate.ubb) + " ;;\n";
+    for (size_t n = 0; n < scenario.vrUpdate.oams.size(); ++n)
+    {
+        cases += "  \"oam " + std::to_string(n) + "\") " +
+                 ending(scenario.vrUpdate.oams[n]) + " ;;\n";
+    }
+    return cases + "esac\n" + ending(otherwise) + "\n";
+}
+
+void makeBundles(const std::string& root, const Scenario& scenario)
+{
+    for (const char* tree : bundleTrees)
+    {
+        for (const char* folder : bundleFolders)
+        {
+            fs::path path = fs::path(root + tree) / folder;
+            fs::create_directories(path);
+            std::ofstream(path / "vr_config.json") << bundleConfig;
+        }
+    }
+    for (const std::string& folder : scenario.vrUpdate.missing)
+    {
+        fs::remove_all(root + folder);
+    }
+}
+
 std::string toolScript(const std::string& root, const std::string& tool,
-                       int status)
+                       const Scenario& scenario)
 {
     std::string script = "#!/bin/sh\n"
                          "echo \"" +
@@ -55,7 +116,11 @@ std::string toolScript(const std::string& root, const std::string& tool,
         script += "echo 'VR fault dump: STATUS_WORD 0x0000'\n"
                   "echo 'VR fault dump: STATUS_VOUT 0x00'\n";
     }
-    return script + "exit " + std::to_string(status) + "\n";
+    if (tool == vrTool)
+    {
+        return script + vrToolCases(scenario);
+    }
+    return script + "exit " + std::to_string(exitFor(scenario, tool)) + "\n";
 }
 
 } // namespace
@@ -69,10 +134,15 @@ void prepareRoot(const std::string& root, const Scenario& scenario)
     for (const char* const* tool = boardTools; *tool != nullptr; ++tool)
     {
         std::string path = root + *tool;
-        std::ofstream(path)
-            << toolScript(root, *tool, exitFor(scenario, *tool));
+        std::ofstream(path) << toolScript(root, *tool, scenario);
         fs::permissions(path, fs::perms::owner_all | fs::perms::group_read |
                                   fs::perms::group_exec);
+    }
+    // The bundles are the image's: a daemon restarted in the same run finds
+    // them as the last one left them.
+    if (!fs::exists(root + "/run/initramfs/ro"))
+    {
+        makeBundles(root, scenario);
     }
     for (const auto& [file, contents] : scenario.files)
     {

@@ -110,6 +110,19 @@ struct DaemonAction
     Kind kind = Kind::restart;
 };
 
+// The regulator update tool, /usr/sbin/vr-update: how it ends for the UBB
+// and for each OAM, and which folders of the configuration bundles are
+// missing. A status is an exit code, or toolKilled for a tool that ends by
+// a signal. Without a word it finds all CRCs matching (exit code 1).
+constexpr int toolKilled = -1;
+struct VrUpdateTool
+{
+    int ubb = 1;
+    std::array<int, 8> oams{1, 1, 1, 1, 1, 1, 1, 1};
+    // Absolute folders below a vr-bundle tree, removed after it is made.
+    std::vector<std::string> missing;
+};
+
 struct Scenario
 {
     std::string name;
@@ -125,6 +138,7 @@ struct Scenario
     std::vector<Fault> faults;
     std::vector<DaemonAction> daemon;
     std::map<std::string, int> toolExit; // exit status per tool path
+    VrUpdateTool vrUpdate;
     // Files under the simulated root before the daemon starts: absolute
     // path to contents, taken as they are.
     std::map<std::string, std::string> files;
