@@ -61,21 +61,33 @@ int exitFor(const Scenario& scenario, const std::string& tool)
     return found == scenario.toolExit.end() ? 0 : found->second;
 }
 
-// How the tool ends, as shell code; a killed tool takes its own life.
-std::string ending(int status)
+// How the tool ends, as shell code. A killed tool takes the shell that
+// started it along: the board's shell replaces itself with the command, so
+// the daemon sees the signal, not a shell's exit code.
+std::string ending(std::optional<int> status)
 {
-    return status == toolKilled ? "kill -KILL $$"
-                                : "exit " + std::to_string(status);
+    if (!status)
+    {
+        return "default";
+    }
+    return *status == toolKilled
+               ? "{ [ \"$(cat /proc/$PPID/comm)\" = sh ] && kill -KILL "
+                 "$PPID; kill -KILL $$; }"
+               : "exit " + std::to_string(*status);
 }
 
 // The update tool ends as the scenario says for the board it is given
-// ("ubb 14" or "oam N"); asked for the write-cycle report (a fifth word
+// ("ubb 14" or "oam N"); asked for the write-cycle report (the sixth word
 // "true") it answers 0.
 std::string vrToolCases(const Scenario& scenario)
 {
     const auto named = scenario.toolExit.find(vrTool);
-    const int otherwise = named == scenario.toolExit.end() ? 1 : named->second;
-    std::string cases = "[ \"$5\" = true ] && exit 0\n"
+    std::string otherwise = named == scenario.toolExit.end()
+                                ? "[ \"$smcReset\" = true ] && exit 14\nexit 1"
+                                : "exit " + std::to_string(named->second);
+    std::string cases = "smcReset=$5\ndefault() {\n" + otherwise +
+                        "\n}\n"
+                        "[ \"$6\" = true ] && exit 0\n"
                         "case \"$1 $2\" in\n"
                         "  \"ubb 14\") " +
                         ending(scenario.vrUpdate.ubb) + " ;;\n";
@@ -84,7 +96,7 @@ std::string vrToolCases(const Scenario& scenario)
         cases += "  \"oam " + std::to_string(n) + "\") " +
                  ending(scenario.vrUpdate.oams[n]) + " ;;\n";
     }
-    return cases + "esac\n" + ending(otherwise) + "\n";
+    return cases + "esac\ndefault\n";
 }
 
 void makeBundles(const std::string& root, const Scenario& scenario)

@@ -113,12 +113,13 @@ struct DaemonAction
 // The regulator update tool, /usr/sbin/vr-update: how it ends for the UBB
 // and for each OAM, and which folders of the configuration bundles are
 // missing. A status is an exit code, or toolKilled for a tool that ends by
-// a signal. Without a word it finds all CRCs matching (exit code 1).
+// a signal. Without a word it skips a board after an SMC reset (exit code
+// 14) and otherwise finds all CRCs matching (exit code 1).
 constexpr int toolKilled = -1;
 struct VrUpdateTool
 {
-    int ubb = 1;
-    std::array<int, 8> oams{1, 1, 1, 1, 1, 1, 1, 1};
+    std::optional<int> ubb;
+    std::array<std::optional<int>, 8> oams;
     // Absolute folders below a vr-bundle tree, removed after it is made.
     std::vector<std::string> missing;
 };

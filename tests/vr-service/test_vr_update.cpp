@@ -336,7 +336,9 @@ TEST_F(VrUpdateScenario, PublishesRecordsAndRunsTheToolPerOam)
     // OAM 7 was fitted after the first look at the present register.
     EXPECT_THAT(out, HasSubstr("*** Failed OAM VR Update : VRStatus - "
                                "Failed ***"));
-    // An SMC reset leaves the enables alone.
+    // After an SMC reset the tool leaves running OAMs alone, and the update
+    // leaves the enables alone.
+    EXPECT_EQ(occurrences(out, "VR Update skipped due to SMC reset"), 8U);
     EXPECT_EQ(neighbours.callCount("EnableIBCEfuse"), 0U);
     const std::string root = platform.files.root().string();
     const std::string log = toolLog();
