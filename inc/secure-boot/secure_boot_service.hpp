@@ -22,7 +22,8 @@ namespace orvane
 {
 
 class ImageProcessStrategy;
-class VrUpdater;
+class OamVrUpdater;
+class UbbVrUpdater;
 
 // Verification time per component, in seconds, for the boot time report.
 using ComponentTimes = std::map<std::string, double>;
@@ -112,8 +113,8 @@ class SecureBootService
     // write side by side.
     mutable std::mutex lock;
     std::map<std::string, double> bootTimes;
-    std::shared_ptr<VrUpdater> oamVrService;
-    std::shared_ptr<VrUpdater> ubbVrService;
+    std::shared_ptr<OamVrUpdater> oamVrService;
+    std::shared_ptr<UbbVrUpdater> ubbVrService;
     std::map<std::string, erot::BkcManifestEntry> bkcManifest;
     std::map<std::string, erot::ComponentInfo> componentInfoByName;
     std::vector<std::shared_future<void>> bootThreads;

@@ -49,14 +49,87 @@ const char* const smcPartitions[] = {
 constexpr uintmax_t partitionSize = 1 << 20;
 const char* const smcMtdDir = "/sys/devices/platform/ahb/1e620000.spi/mtd/";
 
+constexpr const char* vrTool = "/usr/sbin/vr-update";
+
+// The regulator configurations of the board's designs, one folder each, on
+// both sides of the image and in its read-only copy.
+const char* const bundleTrees[] = {
+    "/var/lib/images/A/vr-bundle",
+    "/var/lib/images/B/vr-bundle",
+    "/run/initramfs/ro/var/lib/images/A/vr-bundle",
+    "/run/initramfs/ro/var/lib/images/B/vr-bundle",
+};
+const char* const bundleFolders[] = {
+    "OAMVRx1", "OAMVRx2", "OAMVRx3", "OAMVRx4",  "OAMVRx5", "OAMVRx6",
+    "OAMVRx7", "OAMVRx8", "OAMVRxE", "OAMVRx10", "UBBVRx1", "UBBVRx2",
+    "UBBVRx3", "UBBVRx4", "UBBVRx5", "UBBVRx6",
+};
+constexpr const char* bundleConfig =
+    "{\"ConfigVersion\": \"1.0\", \"VRConfigs\": []}\n";
+
 int exitFor(const Scenario& scenario, const std::string& tool)
 {
     auto found = scenario.toolExit.find(tool);
     return found == scenario.toolExit.end() ? 0 : found->second;
 }
 
+// How the tool ends, as shell code. A killed tool takes the shell that
+// started it along: the board's shell replaces itself with the command, so
+// the daemon sees the signal, not a shell's exit code.
+std::string ending(std::optional<int> status)
+{
+    if (!status)
+    {
+        return "default";
+    }
+    return *status == toolKilled
+               ? "{ [ \"$(cat /proc/$PPID/comm)\" = sh ] && kill -KILL "
+                 "$PPID; kill -KILL $$; }"
+               : "exit " + std::to_string(*status);
+}
+
+// The update tool ends as the scenario says for the board it is given
+// ("ubb 14" or "oam N"); asked for the write-cycle report (the sixth word
+// "true") it answers 0.
+std::string vrToolCases(const Scenario& scenario)
+{
+    const auto named = scenario.toolExit.find(vrTool);
+    std::string otherwise = named == scenario.toolExit.end()
+                                ? "[ \"$smcReset\" = true ] && exit 14\nexit 1"
+                                : "exit " + std::to_string(named->second);
+    std::string cases = "smcReset=$5\ndefault() {\n" + otherwise +
+                        "\n}\n"
+                        "[ \"$6\" = true ] && exit 0\n"
+                        "case \"$1 $2\" in\n"
+                        "  \"ubb 14\") " +
+                        ending(scenario.vrUpdate.ubb) + " ;;\n";
+    for (size_t n = 0; n < scenario.vrUpdate.oams.size(); ++n)
+    {
+        cases += "  \"oam " + std::to_string(n) + "\") " +
+                 ending(scenario.vrUpdate.oams[n]) + " ;;\n";
+    }
+    return cases + "esac\ndefault\n";
+}
+
+void makeBundles(const std::string& root, const Scenario& scenario)
+{
+    for (const char* tree : bundleTrees)
+    {
+        for (const char* folder : bundleFolders)
+        {
+            fs::path path = fs::path(root + tree) / folder;
+            fs::create_directories(path);
+            std::ofstream(path / "vr_config.json") << bundleConfig;
+        }
+    }
+    for (const std::string& folder : scenario.vrUpdate.missing)
+    {
+        fs::remove_all(root + folder);
+    }
+}
+
 std::string toolScript(const std::string& root, const std::string& tool,
-                       int status)
+                       const Scenario& scenario)
 {
     std::string script = "#!/bin/sh\n"
                          "echo \"" +
@@ -67,7 +140,11 @@ std::string toolScript(const std::string& root, const std::string& tool,
         script += "echo 'VR fault dump: STATUS_WORD 0x0000'\n"
                   "echo 'VR fault dump: STATUS_VOUT 0x00'\n";
     }
-    return script + "exit " + std::to_string(status) + "\n";
+    if (tool == vrTool)
+    {
+        return script + vrToolCases(scenario);
+    }
+    return script + "exit " + std::to_string(exitFor(scenario, tool)) + "\n";
 }
 
 void makeSmcPartitions(const std::string& root)
@@ -101,10 +178,15 @@ void prepareRoot(const std::string& root, const Scenario& scenario)
     for (const char* const* tool = boardTools; *tool != nullptr; ++tool)
     {
         std::string path = root + *tool;
-        std::ofstream(path)
-            << toolScript(root, *tool, exitFor(scenario, *tool));
+        std::ofstream(path) << toolScript(root, *tool, scenario);
         fs::permissions(path, fs::perms::owner_all | fs::perms::group_read |
                                   fs::perms::group_exec);
+    }
+    // The bundles are the image's: a daemon restarted in the same run finds
+    // them as the last one left them.
+    if (!fs::exists(root + "/run/initramfs/ro"))
+    {
+        makeBundles(root, scenario);
     }
     for (const auto& [file, contents] : scenario.files)
     {

@@ -137,6 +137,20 @@ struct ClientCall
     std::vector<std::string> busctl;
 };
 
+// The regulator update tool, /usr/sbin/vr-update: how it ends for the UBB
+// and for each OAM, and which folders of the configuration bundles are
+// missing. A status is an exit code, or toolKilled for a tool that ends by
+// a signal. Without a word it skips a board after an SMC reset (exit code
+// 14) and otherwise finds all CRCs matching (exit code 1).
+constexpr int toolKilled = -1;
+struct VrUpdateTool
+{
+    std::optional<int> ubb;
+    std::array<std::optional<int>, 8> oams;
+    // Absolute folders below a vr-bundle tree, removed after it is made.
+    std::vector<std::string> missing;
+};
+
 struct Scenario
 {
     std::string name;
@@ -153,6 +167,7 @@ struct Scenario
     std::vector<DaemonAction> daemon;
     std::vector<ClientCall> clients;
     std::map<std::string, int> toolExit; // exit status per tool path
+    VrUpdateTool vrUpdate;
     // Files under the simulated root before the daemon starts: absolute
     // path to contents, taken as they are.
     std::map<std::string, std::string> files;

@@ -406,6 +406,60 @@ std::map<std::string, std::string> parseFiles(const json& value,
     return files;
 }
 
+// An exit code of the update tool, or "signal".
+int readToolStatus(const json& value, const std::string& path)
+{
+    if (value.is_string())
+    {
+        if (value.get<std::string>() != "signal")
+        {
+            fail(path, "must be an exit code 0..255 or \"signal\"");
+        }
+        return toolKilled;
+    }
+    return static_cast<int>(readInteger(value, path, 0, 255));
+}
+
+VrUpdateTool parseVrUpdate(const json& value, const std::string& path)
+{
+    Fields fields(value, path, {"ubb", "oams", "missing"});
+    VrUpdateTool tool;
+    if (const json* ubb = fields.find("ubb"))
+    {
+        tool.ubb = readToolStatus(*ubb, fields.at("ubb"));
+    }
+    if (const json* oams = fields.find("oams"))
+    {
+        expectObject(*oams, fields.at("oams"));
+        for (const auto& [key, status] : oams->items())
+        {
+            tool.oams[slotIndex(key, fields.at("oams"))] =
+                readToolStatus(status, child(fields.at("oams"), key));
+        }
+    }
+    if (const json* missing = fields.find("missing"))
+    {
+        const json& folders = readArray(*missing, fields.at("missing"));
+        for (size_t n = 0; n < folders.size(); ++n)
+        {
+            const std::string where = element(fields.at("missing"), n);
+            std::string folder = readString(folders[n], where);
+            const bool inBundle =
+                (folder.starts_with("/var/lib/images/") ||
+                 folder.starts_with("/run/initramfs/ro/var/lib/images/")) &&
+                folder.find("/vr-bundle") != std::string::npos &&
+                folder.find("..") == std::string::npos;
+            if (!inBundle)
+            {
+                fail(where, "must be a folder of a vr-bundle tree under "
+                            "/var/lib/images or /run/initramfs/ro");
+            }
+            tool.missing.push_back(std::move(folder));
+        }
+    }
+    return tool;
+}
+
 void parseRun(const Fields& fields, Scenario& scenario)
 {
     if (const json* end = fields.find("end"))
@@ -563,7 +617,8 @@ Scenario parseScenario(const json& document)
     Fields fields(document, "",
                   {"name", "description", "start", "baseWasOn", "oams", "ubb",
                    "k517", "fruValid", "host", "faults", "daemon", "clients",
-                   "tools", "files", "erot", "devices", "end", "speed"});
+                   "tools", "files", "erot", "devices", "vrUpdate", "end",
+                   "speed"});
     Scenario scenario;
     scenario.name = "custom";
     scenario.end = defaultEnd;
@@ -605,6 +660,10 @@ Scenario parseScenario(const json& document)
     if (const json* files = fields.find("files"))
     {
         scenario.files = parseFiles(*files, fields.at("files"));
+    }
+    if (const json* vr = fields.find("vrUpdate"))
+    {
+        scenario.vrUpdate = parseVrUpdate(*vr, fields.at("vrUpdate"));
     }
     if (const json* erot = fields.find("erot"))
     {

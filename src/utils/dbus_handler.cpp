@@ -31,11 +31,11 @@ int prepare(SdBusCall& call, const std::string& path, const char* member)
                           propertiesInterface, member);
 }
 
-std::string trySet(const std::string& interface, const std::string& property,
-                   const std::string& value)
+std::string trySet(const std::string& path, const std::string& interface,
+                   const std::string& property, const std::string& value)
 {
     SdBusCall call;
-    int r = prepare(call, orvaneObject, "Set");
+    int r = prepare(call, path, "Set");
     if (r >= 0)
     {
         r = AppendArguments(call, "ssv", interface.c_str(), property.c_str(),
@@ -66,8 +66,14 @@ sdbus::IConnection& DBusHandler::getBus()
 void SetBusProperty(const std::string& interface, const std::string& property,
                     const std::string& value)
 {
+    SetBusPropertyAt(orvaneObject, interface, property, value);
+}
+
+void SetBusPropertyAt(const std::string& path, const std::string& interface,
+                      const std::string& property, const std::string& value)
+{
     // The caller goes on whatever happens: the line is all that is left.
-    if (!trySet(interface, property, value).empty())
+    if (!trySet(path, interface, property, value).empty())
     {
         ConsoleLog(ERR) << "Set Dbus property - " << property
                         << " is unreachable in Dbus interface " << interface;

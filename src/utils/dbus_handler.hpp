@@ -21,6 +21,10 @@ class DBusHandler
 void SetBusProperty(const std::string& interface, const std::string& property,
                     const std::string& value);
 
+// The same on another object of the daemon.
+void SetBusPropertyAt(const std::string& path, const std::string& interface,
+                      const std::string& property, const std::string& value);
+
 // A string property of one of the daemon's objects; empty on failure.
 std::string GetBusProperty(const std::string& path,
                            const std::string& interface,

@@ -4,7 +4,8 @@
 #include "secure-boot/persist_update.hpp"
 #include "secure-boot/secure_boot_service.hpp"
 #include "secure-boot/service_flags.hpp"
-#include "vr-service/vr_updater.hpp"
+#include "vr-service/oam_vr_updater.hpp"
+#include "vr-service/ubb_vr_updater.hpp"
 
 #include <gmock/gmock.h>
 
@@ -54,13 +55,16 @@ TEST_F(ServiceRecordTest, VrUpdateFlagFiles)
                                Bytes(text, text + std::strlen(text)));
             }
         }
-        for (auto* slot : {&service.oamVrService, &service.ubbVrService})
+        service.oamVrService =
+            c.services ? std::make_shared<OamVrUpdater>(nullptr, false)
+                       : nullptr;
+        service.ubbVrService =
+            c.services ? std::make_shared<UbbVrUpdater>(nullptr, false)
+                       : nullptr;
+        if (c.services)
         {
-            *slot = c.services ? std::make_shared<VrUpdater>() : nullptr;
-            if (*slot)
-            {
-                (*slot)->enableVrUpdate = c.before;
-            }
+            service.oamVrService->enableVrUpdate = c.before;
+            service.ubbVrService->enableVrUpdate = c.before;
         }
         const std::string out =
             console([&] { EXPECT_EQ(readVrUpdateEnable(service), c.result); });

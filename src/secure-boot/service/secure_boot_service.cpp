@@ -6,7 +6,11 @@
 #include "secure-boot/erot_calls.hpp"
 #include "secure-boot/image_paths.hpp"
 #include "secure-boot/secure_boot_status.hpp"
+#include "secure-boot/service_flags.hpp"
 #include "secure-boot/trace_log.hpp"
+#include "utils/platform/platform.hpp"
+#include "vr-service/oam_vr_updater.hpp"
+#include "vr-service/ubb_vr_updater.hpp"
 
 namespace orvane
 {
@@ -14,6 +18,7 @@ namespace orvane
 namespace
 {
 
+using logging::level::CRITICAL;
 using logging::level::ERR;
 using logging::level::INFO;
 
@@ -40,6 +45,8 @@ SecureBootService::SecureBootService(sem_t* semaphore, bool warmGood) :
     persist(std::make_shared<erot::SmcPersistRecord>()), warmGood(warmGood)
 {
     criticalSection->criticalSection = semaphore;
+    ubbVrService = std::make_shared<UbbVrUpdater>(semaphore, warmGood);
+    oamVrService = std::make_shared<OamVrUpdater>(semaphore, warmGood);
 }
 
 uint8_t SecureBootService::readActiveSide()
@@ -56,7 +63,40 @@ uint8_t SecureBootService::readActiveSide()
 }
 
 void SecureBootService::runUbbVrUpdate()
-{}
+{
+    auto found = bprTable->sides.find(FwType::VR);
+    const int side = found == bprTable->sides.end() ? 0 : found->second;
+    if (!ubbVrService)
+    {
+        ConsoleLog(ERR) << "UBB VR Service initialization fail";
+        return;
+    }
+    if (!readVrUpdateEnable(*this))
+    {
+        ConsoleLog(ERR) << "Read VR configuration file failed";
+    }
+    if (!ubbVrService->ScanUbbFru())
+    {
+        ConsoleLog(ERR) << "*** Failed UBB VR Update process ***";
+        return;
+    }
+    ubbVrService->RunUpdate(side);
+    if (!ubbVrService->IsProgrammed())
+    {
+        return;
+    }
+    // New regulator settings take effect only after a power cycle of the
+    // whole board: nothing else may run until then.
+    ConsoleLog(INFO)
+        << "One or more UBB VR's got updated , please AC cycle the system";
+    NvEvent(CRITICAL, "Update.1.0.1.UpdateSuccessful",
+            "UBB VR got updated, please AC cycle the system ", ",",
+            "No other operation is permitted");
+    while (true)
+    {
+        platform::sleepSeconds(10);
+    }
+}
 
 void SecureBootService::runSecureBoot(OrvaneSvcState& state)
 {

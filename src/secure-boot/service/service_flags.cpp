@@ -3,7 +3,8 @@
 #include "logging/log_line.hpp"
 #include "secure-boot/secure_boot_service.hpp"
 #include "utils/platform/platform.hpp"
-#include "vr-service/vr_updater.hpp"
+#include "vr-service/oam_vr_updater.hpp"
+#include "vr-service/ubb_vr_updater.hpp"
 
 #include <fstream>
 #include <string>
@@ -42,8 +43,8 @@ Flag ReadFlag(std::string_view path)
 
 void SetVrUpdate(SecureBootService& service, bool enable)
 {
-    for (VrUpdater* updater :
-         {service.oamVrService.get(), service.ubbVrService.get()})
+    for (VrUpdater* updater : std::initializer_list<VrUpdater*>{
+             service.oamVrService.get(), service.ubbVrService.get()})
     {
         if (updater != nullptr)
         {

@@ -448,6 +448,9 @@ TEST(PowerFlow, BareBoardAttemptAlwaysTakesTheCommonEnding)
 // A bad vr_config.json costs the VRs it can't describe, nothing more.
 TEST(PowerFlow, MalformedVrConfigSkipsOnlyItsFaultClear)
 {
+    // The UBB's configuration, where the VR update at start points it.
+    const std::string config =
+        "/var/lib/images/A/vr-bundle/UBBVRx3/vr_config.json";
     const json entries = {
         {"VRConfigs",
          {{{"SlaveAddress", "zz"}, {"Model", "A"}, {"Name", "VDD"}},
@@ -463,21 +466,23 @@ TEST(PowerFlow, MalformedVrConfigSkipsOnlyItsFaultClear)
     };
     const Case cases[] = {
         {entries.dump(),
-         {"] /vr_config.json: VR entry with SlaveAddress \"zz\" can't be "
-          "read; that VR is skipped\n",
-          "] /vr_config.json: VR entry with SlaveAddress "
-          "\"1FFFFFFFFFFFFFFFFF\" can't be read",
-          "] /vr_config.json: VR entry with Model 7 can't be read",
+         {"] " + config +
+              ": VR entry with SlaveAddress \"zz\" can't be "
+              "read; that VR is skipped\n",
+          "] " + config +
+              ": VR entry with SlaveAddress "
+              "\"1FFFFFFFFFFFFFFFFF\" can't be read",
+          "] " + config + ": VR entry with Model 7 can't be read",
           "] Cleared faults at slave addr 0x41\n"}},
         {"{\"VRConfigs\": [",
-         {"] /vr_config.json is not valid JSON: no VR of it is used\n",
+         {"] " + config + " is not valid JSON: no VR of it is used\n",
           "] Failed to get VR address list for UBB\n"}},
     };
     for (const Case& c : cases)
     {
         SimRun sim = run(writeScenario(
             "vr-config", {{"host", {{{"at", 40}, {"action", "enable"}}}},
-                          {"files", {{"/vr_config.json", c.contents}}},
+                          {"files", {{config, c.contents}}},
                           {"end", 70}}));
         for (const std::string& line : c.lines)
         {
