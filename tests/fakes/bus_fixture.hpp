@@ -2,20 +2,19 @@
 
 #include "fakes/fake_platform.hpp"
 
+#include <sdbus-c++/sdbus-c++.h>
 #include <sys/types.h>
-#include <systemd/sd-bus.h>
 
-#include <atomic>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <variant>
 #include <vector>
 
@@ -64,9 +63,9 @@ using BusValue = std::variant<std::string, uint32_t>;
 class BusResponder
 {
   public:
-    // Appends the reply's body; a negative errno answers with that error.
+    // Fills the reply; a negative errno answers with that error instead.
     using Method =
-        std::function<int(sd_bus_message* call, sd_bus_message* reply)>;
+        std::function<int(sdbus::MethodCall& call, sdbus::MethodReply& reply)>;
 
     explicit BusResponder(std::string busName);
     ~BusResponder();
@@ -81,7 +80,7 @@ class BusResponder
     void addProperty(const std::string& path, const std::string& interface,
                      const std::string& name, BusValue initial);
 
-    // Connects, registers the objects, takes the name and starts serving.
+    // Connects, takes the name, registers the objects and starts serving.
     void start();
     // Ends serving and lets the name go; also done by the destructor.
     void stop();
@@ -99,52 +98,20 @@ class BusResponder
   private:
     struct Property
     {
-        std::string name;
-        std::string signature;
         BusValue value;
         std::vector<BusValue> written;
     };
-    struct Handler
-    {
-        std::string member;
-        std::string signature;
-        std::string result;
-        Method method;
-    };
-    struct Interface
-    {
-        BusResponder* owner;
-        std::string path;
-        std::string name;
-        std::list<Handler> methods;
-        std::list<Property> properties;
-        std::vector<sd_bus_vtable> vtable;
-        sd_bus_slot* slot = nullptr;
-    };
-
-    static int onMethod(sd_bus_message* call, void* userdata,
-                        sd_bus_error* error);
-    static int onGet(sd_bus* bus, const char* path, const char* interface,
-                     const char* property, sd_bus_message* reply,
-                     void* userdata, sd_bus_error* error);
-    static int onSet(sd_bus* bus, const char* path, const char* interface,
-                     const char* property, sd_bus_message* value,
-                     void* userdata, sd_bus_error* error);
-
-    Interface& interfaceFor(const std::string& path,
-                            const std::string& interface);
-    Property& propertyOf(const std::string& path, const std::string& interface,
-                         const std::string& name);
-    void buildVtable(Interface& entry);
-    void serve();
-    void disconnect();
+    using Key = std::tuple<std::string, std::string, std::string>;
 
     std::string busName;
-    std::list<Interface> interfaces;
+    // What start() registers, by object path.
+    std::map<std::string, std::vector<std::function<void(sdbus::IObject&)>>>
+        registrations;
+    std::map<Key, Property> properties;
     std::map<std::string, int> callCounts;
     std::mutex mutex;
-    sd_bus* bus = nullptr;
-    std::atomic<bool> stopping{false};
+    std::unique_ptr<sdbus::IConnection> connection;
+    std::vector<std::unique_ptr<sdbus::IObject>> objects;
     std::thread worker;
 };
 

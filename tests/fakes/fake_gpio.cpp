@@ -27,13 +27,12 @@ class FakeGpio::Handle : public platform::GpioLine
         release();
     }
 
-    void request(const std::string& consumer, platform::GpioDirection direction,
-                 int flags, int defaultValue) override
+    void request(const std::string&, platform::GpioDirection direction, int,
+                 int defaultValue) override
     {
         std::lock_guard lock(owner.mutex);
         Line& line = existing();
-        owner.requested.push_back(
-            {name, consumer, direction, flags, defaultValue});
+        owner.requested.push_back({name, direction, defaultValue});
         if (line.failingRequests != 0)
         {
             line.failingRequests -= line.failingRequests > 0 ? 1 : 0;
@@ -143,13 +142,6 @@ void FakeGpio::failSet(const std::string& name, int error)
     lines.at(name).setError = error;
 }
 
-int FakeGpio::value(const std::string& name) const
-{
-    std::lock_guard lock(mutex);
-    const Line& line = lines.at(name);
-    return line.isOutput ? line.output : line.input;
-}
-
 bool FakeGpio::isRequested(const std::string& name) const
 {
     std::lock_guard lock(mutex);
@@ -166,20 +158,15 @@ std::vector<GpioRequest> FakeGpio::requests(const std::string& name) const
     return some;
 }
 
-std::vector<GpioWrite> FakeGpio::writes() const
-{
-    std::lock_guard lock(mutex);
-    return written;
-}
-
 std::vector<int> FakeGpio::writes(const std::string& name) const
 {
+    std::lock_guard lock(mutex);
     std::vector<int> values;
-    for (const GpioWrite& write : writes())
+    for (const auto& [line, value] : written)
     {
-        if (write.line == name)
+        if (name.empty() || line == name)
         {
-            values.push_back(write.value);
+            values.push_back(value);
         }
     }
     return values;

@@ -116,12 +116,6 @@ std::vector<JournalEntry> RecordingJournal::entries() const
     return recorded;
 }
 
-int FakeRetimer::ensureRetimerDevImage(int switchValue,
-                                       const std::string& imagePath)
-{
-    return answer ? answer(switchValue, imagePath) : 0;
-}
-
 FakePlatform::FakePlatform()
 {
     platform::Platform seams;

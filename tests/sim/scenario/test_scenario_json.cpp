@@ -114,6 +114,29 @@ TEST(ScenarioFields, FullScenarioLayersSlotsOnCommonValues)
     }
 }
 
+TEST(ScenarioFields, ErotSectionSetsUpBoardImagesAndFaults)
+{
+    Scenario scenario = parseScenario(json::parse(R"({"erot": {
+        "retimers": "dual", "activeSide": "B", "autoArb": true,
+        "components": {"UBB_FPGA": {"svn": 3, "minSvn": "0x2",
+                                    "keyRevocation": "requested"}},
+        "images": [{"component": "Retimer_2", "side": "B", "mark": "lowSvn"}],
+        "faults": [{"kind": "status", "opcode": "0x02", "value": "0x81",
+                    "component": "IFWI", "at": 5, "until": 9},
+                   {"kind": "lostReplies", "count": 4}],
+        "traceLog": [{"tag": "BPup", "severity": 3}]}})"));
+    const ErotScenario& erot = scenario.erot;
+    EXPECT_TRUE(erot.dualRetimers);
+    EXPECT_EQ(erot.activeSide, 1);
+    EXPECT_EQ(erot.components.at("UBB_FPGA").minSvn, 2U);
+    EXPECT_EQ(erot.components.at("UBB_FPGA").keyRevocation, 1);
+    EXPECT_EQ(erot.images.at(0).kind, ErotImageMark::Kind::lowSvn);
+    EXPECT_EQ(erot.faults.at(0).opcode, 0x02);
+    EXPECT_EQ(erot.faults.at(0).value, 0x81);
+    EXPECT_EQ(erot.faults.at(1).opcode, -1);
+    EXPECT_EQ(erot.traceLog.at(0).tag, "BPup");
+}
+
 TEST(ScenarioErrors, NameTheField)
 {
     const std::vector<std::pair<const char*, const char*>> cases = {
@@ -180,6 +203,26 @@ TEST(ScenarioErrors, NameTheField)
         {R"({"faults": [{"kind": "efuse", "oam": 2, "value": 0}]})",
          "faults[0].value: must be a number or a \"0x..\" string in "
          "0x01..0xff"},
+        {R"({"erot": {"faults": [{"kind": "status", "opcode": 3,
+                                   "value": 1}]}})",
+         "erot.faults[0].opcode: unknown opcode 3"},
+        {R"({"erot": {"faults": [{"kind": "lostReplies"}]}})",
+         R"(erot.faults[0].count: required by fault kind "lostReplies")"},
+        {R"({"erot": {"faults": [{"kind": "formatVersion", "opcode": 1,
+                                   "value": 3}]}})",
+         "erot.faults[0].opcode: has no format version in its reply"},
+        {R"({"erot": {"retimers": "dual", "images": [
+              {"component": "Retimer", "mark": "tampered"}]}})",
+         R"(erot.images[0].component: "Retimer" has no image)"},
+        {R"({"erot": {"images": [{"component": "SMC", "mark": "tampered"}]}})",
+         R"(erot.images[0].component: "SMC" has no signed image on the SMC)"},
+        {R"({"erot": {"components": {"UBB_FGPA": {}}}})",
+         R"(did you mean "UBB_FPGA"?)"},
+        {R"({"erot": {"components": {"VR": {"svnRevocation": "asked"}}}})",
+         "erot.components.VR.svnRevocation: "},
+        {R"({"erot": {"components": {"VR": {"minSvn": 0}},
+                      "images": [{"component": "VR", "mark": "lowSvn"}]}})",
+         R"(erot.images[0].mark: "lowSvn" needs a "minSvn" of 1 or more)"},
     };
     for (const auto& [document, message] : cases)
     {

@@ -1,16 +1,24 @@
 // The emulated eRoT through the client library as the daemon uses it:
-// stored values, flash sides and resets, saved state, the paged reads.
+// stored values, flash sides and resets, saved state, the paged reads,
+// the faults of the device and its link, and image verification.
 
 #include "erot_harness.hpp"
 
+#include "erot/fw_components.hpp"
+#include "erot/image_signer.hpp"
+#include "erot/image_verifier.hpp"
 #include "erot/opcodes.hpp"
+#include "erot/sha384.hpp"
+#include "erot/signature_block.hpp"
 #include "erot/state_json.hpp"
 
 #include <openssl/x509.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstring>
+#include <functional>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -306,6 +314,264 @@ TEST_F(Device, FullTraceLogDropsTheOldestAndSaysSo)
     EXPECT_EQ(entries.size(), 100U);
     EXPECT_TRUE(overflowed);
     EXPECT_EQ(std::memcmp(entries[0].tag, "ARBC", 4), 0);
+}
+
+// Faults of the eRoT and its link, as the client library reports them.
+using LinkFaults = ErotTest;
+
+// A record list whose length disagrees with its count is only a warning;
+// other malformed replies are protocol errors.
+TEST_F(LinkFaults, MalformedReplies)
+{
+    bootWith({fault("shortReply", op::deviceId),
+              fault("wrongLength", op::activeFlashConfigRead),
+              fault("oversizedReply", op::getResetReason),
+              fault("wrongLength", op::bprRead)});
+    uint8_t id[49] = {};
+    EXPECT_EQ(ErotGetDeviceId(id, sizeof(id), &status), -EPROTO);
+    EXPECT_EQ(status, 0xEE) << "left unwritten";
+    uint32_t active = 0;
+    uint32_t pending = 0;
+    bool update = false;
+    EXPECT_EQ(ErotActiveFlashConfigRead(&active, &pending, &update, &status),
+              -EPROTO);
+    uint32_t reason = 0;
+    EXPECT_EQ(ErotGetResetReason(&reason, &status), -EIO);
+    EXPECT_EQ(status, 0xFF);
+    EXPECT_EQ(bootPartitions().size(), 10U);
+}
+
+TEST_F(LinkFaults, UnexpectedFormatVersions)
+{
+    bootWith({fault("formatVersion", op::componentInfoV4, 3),
+              fault("formatVersion", op::bprRead, 2),
+              fault("formatVersion", op::traceLog, 1)});
+    uint32_t count = 0;
+    ComponentInfo* info = nullptr;
+    EXPECT_EQ(ErotGetComponentInfoV4(&count, &info, &status), -EPROTO);
+    BootPartitionRecord* records = nullptr;
+    EXPECT_EQ(ErotBPRRead(&count, &records, &status), -EPROTONOSUPPORT);
+    TraceLogEntry* entries = nullptr;
+    bool overflowed = false;
+    EXPECT_EQ(ErotGetTraceLog(&count, &entries, &overflowed, &status), -EPROTO);
+}
+
+// A refusal can be meant for one component's verification only.
+TEST_F(LinkFaults, GivenStatusForOneComponent)
+{
+    ErotFault refuse = fault("status", op::imageVerify, 0x81);
+    refuse.component = "IFWI";
+    bootWith({refuse});
+    EXPECT_EQ(verify(0, "ifwi"), 0x81);
+    EXPECT_EQ(verify(0, "vr"), 0);
+}
+
+TEST_F(LinkFaults, ReportedStateFaults)
+{
+    ErotFault failed = fault("secureBootFailed");
+    failed.component = "SMC";
+    failed.side = 0;
+    ErotFault missing = fault("missingBpr", -1, 0, 1);
+    missing.component = "SMC_FPGA";
+    bootWith({failed, missing});
+    auto info = componentInfo();
+    for (size_t n = 0; n < info.size(); ++n)
+    {
+        bool smcA = info[n].componentId == 0x0200 && n % 2 == 0;
+        EXPECT_EQ(info[n].secureBootStatus, smcA ? 0 : 1) << n;
+    }
+    auto hasFpgaRecord = [&] {
+        auto records = bootPartitions();
+        return std::any_of(records.begin(), records.end(), [](const auto& r) {
+            return r.componentId == 0x0300;
+        });
+    };
+    EXPECT_FALSE(hasFpgaRecord());
+    EXPECT_TRUE(hasFpgaRecord()) << "missing for one read only";
+}
+
+// A dead link fails every attempt; once it is back the command works. The
+// device acts on a request whose reply is lost: the retry acts again.
+TEST_F(LinkFaults, DeadLinkAndLostReplies)
+{
+    ErotFault dead = fault("deadLink");
+    dead.until = 2.0;
+    bootWith({dead, fault("lostReplies", op::arbCommit, 0, 2)});
+    bool enabled = false;
+    EXPECT_EQ(ErotGetAutoARBCommit(&enabled, &status), -EIO);
+    EXPECT_EQ(endpoint->exchanges().size(), 5U);
+    now += 2s;
+    EXPECT_EQ(ErotGetAutoARBCommit(&enabled, &status), 0);
+    ASSERT_EQ(ErotARBCommit(&status), 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(traces("ARBC").size(), 3U);
+    auto log = endpoint->exchanges();
+    ASSERT_EQ(log.size(), 9U);
+    EXPECT_EQ(log[6].delivery, Delivery::Kind::lost);
+    EXPECT_EQ(log[6].fault, "lostReplies");
+    EXPECT_EQ(log[8].delivery, Delivery::Kind::reply);
+}
+
+// Image verification with real signatures: what passes, what doesn't and
+// how anti-rollback moves the line.
+using Kind = ErotImageMark::Kind;
+
+constexpr uint8_t refused = status::verifyFailed;
+
+class Verification : public ErotTest
+{
+  protected:
+    SignedImage ubbFpga(uint32_t svn)
+    {
+        AhdrFields fields;
+        fields.componentId = 0x0400;
+        fields.version = 0x02000000 + svn;
+        fields.svn = svn;
+        return signImage(fields, generatedPayload(0x0400, svn, 4096),
+                         keys().trusted, trustedKeyIndex);
+    }
+
+    // The status of verifying `ahdr` for `component` with a given hash.
+    int verifyAs(uint16_t component, const Digest& hash, const uint8_t* ahdr)
+    {
+        EXPECT_EQ(::erot::ErotImageVerify(0, component, hash.data(), ahdrSize,
+                                          ahdr, &status),
+                  0);
+        return status;
+    }
+};
+
+TEST_F(Verification, EverySignedPairOfAHealthyBoardPasses)
+{
+    ErotScenario dual;
+    dual.dualRetimers = true;
+    boot(dual);
+    for (const FwComponent& component : fwComponents)
+    {
+        if (!component.hasAhdr || component.id == retimerId)
+        {
+            continue;
+        }
+        EXPECT_EQ(verify(0, std::string(component.stem)), 0) << component.name;
+        EXPECT_EQ(verify(1, std::string(component.stem)), 0) << component.name;
+    }
+    EXPECT_TRUE(traces("IVFL").empty());
+}
+
+// Each spoilt image is refused for its own reason, which the trace log
+// keeps; the other side of the same component still passes.
+TEST_F(Verification, SpoiltImagesAreRefusedWithTheirReason)
+{
+    ErotScenario scenario;
+    scenario.images = {{"IFWI", 0, Kind::tampered},
+                       {"VR", 1, Kind::revokedKey},
+                       {"RM", 0, Kind::unknownKey},
+                       {"UBB_FPGA", 0, Kind::lowSvn}};
+    boot(scenario);
+    EXPECT_EQ(verify(0, "ifwi"), refused);
+    EXPECT_EQ(verify(1, "vr"), refused);
+    EXPECT_EQ(verify(0, "rm"), refused);
+    EXPECT_EQ(verify(0, "ubb-fpga"), refused);
+    EXPECT_EQ(verify(1, "ifwi"), 0);
+    EXPECT_EQ(verify(0, "vr"), 0);
+    auto failed = traces("IVFL");
+    ASSERT_EQ(failed.size(), 4U);
+    EXPECT_EQ(failed[0].data2, static_cast<uint32_t>(Verdict::digestMismatch));
+    EXPECT_EQ(failed[1].data2, static_cast<uint32_t>(Verdict::revokedKey));
+    EXPECT_EQ(failed[2].data2, static_cast<uint32_t>(Verdict::unknownKey));
+    EXPECT_EQ(failed[3].data2, static_cast<uint32_t>(Verdict::rollback));
+    EXPECT_EQ(failed[0].severity, 4);
+}
+
+// Every forgery that a check of fewer bytes would let through is refused
+// for its own reason; the reason travels in the trace log.
+TEST_F(Verification, EachForgeryIsRefusedForItsOwnReason)
+{
+    boot();
+    constexpr size_t block = signatureBlockOffset;
+    struct Forgery
+    {
+        const char* what;
+        std::function<void(SignedImage&)> spoil;
+        Verdict reason;
+    };
+    auto flip = [](size_t at) {
+        return [at](SignedImage& image) { image.ahdr[at] ^= 1; };
+    };
+    const std::vector<Forgery> forgeries = {
+        {"image changed, digest rewritten to match",
+         [](SignedImage& image) {
+             image.payload[7] ^= 1;
+             Digest digest = sha384(image.payload);
+             std::copy(digest.begin(), digest.end(),
+                       image.ahdr.begin() + block + 4);
+         },
+         Verdict::badSignature},
+        {"r corrupted", flip(block + 60), Verdict::badSignature},
+        {"s corrupted", flip(block + 120), Verdict::badSignature},
+        {"SVN changed", flip(16), Verdict::badSignature},
+        {"details edited", flip(40), Verdict::badSignature},
+        {"full size edited", flip(29), Verdict::badSignature},
+        {"verifiable size edited", flip(33), Verdict::badSignature},
+        {"format changed", flip(block), Verdict::badFormat},
+        {"reserved before the digest", flip(block + 2), Verdict::reservedSet},
+        {"reserved after the signature", flip(ahdrSize - 1),
+         Verdict::reservedSet},
+        {"header names another key, signed anyway",
+         [](SignedImage& image) {
+             image.ahdr[20] = 3;
+             signAhdr(image.ahdr, image.digest, keys().trusted, 0);
+         },
+         Verdict::keyMismatch},
+    };
+    SignedImage signedOne = ubbFpga(1);
+    ASSERT_EQ(verify(signedOne), 0);
+    for (const Forgery& forgery : forgeries)
+    {
+        SignedImage image = signedOne;
+        forgery.spoil(image);
+        size_t before = traces("IVFL").size();
+        EXPECT_EQ(verify(image), refused) << forgery.what;
+        auto failed = traces("IVFL");
+        ASSERT_EQ(failed.size(), before + 1) << forgery.what;
+        EXPECT_EQ(verdictName(static_cast<Verdict>(failed.back().data2)),
+                  verdictName(forgery.reason))
+            << forgery.what;
+    }
+    // Another component than the header's; the bundle's header covers no
+    // image, so it passes with no hash while any other image needs its own.
+    EXPECT_EQ(
+        verifyAs(0x0500, sha384(signedOne.payload), signedOne.ahdr.data()),
+        refused);
+    EXPECT_EQ(traces("IVFL").back().data2,
+              static_cast<uint32_t>(Verdict::wrongComponent));
+    EXPECT_EQ(verify(0, "fwbundle"), 0);
+    EXPECT_EQ(verifyAs(0x0500, Digest{}, file(0, "ifwi.ahdr").data()), refused);
+    EXPECT_EQ(traces("IVFL").back().data2,
+              static_cast<uint32_t>(Verdict::digestMismatch));
+}
+
+// An explicit commit raises the minimum to the running SVN; boot success
+// commits only at stage 0 with automatic commit on.
+TEST_F(Verification, CommitRaisesTheMinimumToTheRunningSvn)
+{
+    ErotScenario scenario;
+    scenario.components["UBB_FPGA"].svn = 2;
+    boot(scenario);
+    EXPECT_EQ(verify(ubbFpga(1)), 0);
+    ASSERT_EQ(::erot::ErotARBCommit(&status), 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(verify(ubbFpga(1)), refused);
+    EXPECT_EQ(verify(ubbFpga(2)), 0);
+    EXPECT_EQ(verify(0, "ubb-fpga"), 0);
+    boot(scenario);
+    ASSERT_EQ(::erot::ErotSignalBootSuccess(0, &status), 0);
+    EXPECT_EQ(verify(ubbFpga(1)), 0) << "auto commit is off";
+    ASSERT_EQ(::erot::ErotSetAutoARBCommit(1, &status), 0);
+    ASSERT_EQ(::erot::ErotSignalBootSuccess(1, &status), 0);
+    EXPECT_EQ(verify(ubbFpga(1)), 0) << "commit deferred";
+    ASSERT_EQ(::erot::ErotSignalBootSuccess(0, &status), 0);
+    EXPECT_EQ(verify(ubbFpga(1)), refused);
 }
 
 } // namespace

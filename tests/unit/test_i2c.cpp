@@ -1,5 +1,6 @@
 #include "fakes/console_capture.hpp"
 #include "fakes/fake_platform.hpp"
+#include "logging/log_line.hpp"
 #include "utils/i2c_channel.hpp"
 #include "utils/i2c_ops.hpp"
 
@@ -13,9 +14,21 @@ namespace
 
 using namespace ::testing;
 using Kind = I2cOp::Kind;
+namespace level = logging::level;
 
 constexpr int bus = 3;
 constexpr uint8_t dev = 0x50;
+constexpr uint8_t reg = 0x05;
+
+std::vector<Kind> kinds(const FakeI2c& i2c)
+{
+    std::vector<Kind> all;
+    for (const I2cOp& op : i2c.operations())
+    {
+        all.push_back(op.kind);
+    }
+    return all;
+}
 
 // A bus with one device, and a channel on one descriptor held over the
 // test.
@@ -34,19 +47,9 @@ class I2cChannelTest : public testing::Test
         fake.i2c.close(channel.fd);
     }
 
-    std::vector<Kind> kinds() const
-    {
-        std::vector<Kind> all;
-        for (const I2cOp& op : fake.i2c.operations())
-        {
-            all.push_back(op.kind);
-        }
-        return all;
-    }
-
     void fail(Kind kind, int error, int times = -1)
     {
-        fake.i2c.inject({kind, bus, dev, error, std::nullopt, times});
+        fake.i2c.inject({kind, bus, dev, error, times});
     }
 
     FakePlatform fake;
@@ -101,18 +104,18 @@ TEST_F(I2cChannelTest, FailedStepsNameTheirEventAndValues)
 {
     struct Case
     {
-        I2cFault fault; // once; a count instead of an errno is a short one
+        I2cFault fault; // a short count instead of an errno: errno 0
         Op op;
         int event;
         const char* text; // empty: the failure is silent
     };
     const Case cases[] = {
-        {{Kind::setSlave, bus, dev, EREMOTEIO, {}, 1},
+        {{Kind::setSlave, bus, dev, EREMOTEIO, 1},
          Op::slave,
          2,
          "Failed to acquire bus access and/or talk to slave, addr=0x50 "
          "errno=79 (Remote I/O error)"},
-        {{Kind::write, bus, dev, EREMOTEIO, {}, 1},
+        {{Kind::write, bus, dev, EREMOTEIO, 1},
          Op::writeByte,
          4,
          "I2C write to memory failed, addr=0x50 mem_addr=0x1a data=0xff "
@@ -122,19 +125,19 @@ TEST_F(I2cChannelTest, FailedStepsNameTheirEventAndValues)
          4,
          "I2C write to memory from buffer failed, addr=0x50 mem_addr=0x1a "
          "n_bytes=10 ret=1 expected=11 errno=0"},
-        {{Kind::write, bus, dev, ENXIO, {}, 1},
+        {{Kind::write, bus, dev, ENXIO, 1},
          Op::readByte,
          4,
          "I2C write register address failed, addr=0x50 mem_addr=0x7 "
          "write_ret=-1 expected=1 errno=6 (No such device or address)"},
-        {{Kind::read, bus, dev, EREMOTEIO, {}, 1},
+        {{Kind::read, bus, dev, EREMOTEIO, 1},
          Op::readByte,
          5,
          "I2C read from memory failed, addr=0x50 mem_addr=0x7 read_ret=-1 "
          "expected=1 errno=121 (Remote I/O error)"},
         // A block read's address write fails silently, with event 0.
-        {{Kind::write, bus, dev, ENXIO, {}, 1}, Op::readBlock, 0, ""},
-        {{Kind::read, bus, dev, 0, 2, 1},
+        {{Kind::write, bus, dev, ENXIO, 1}, Op::readBlock, 0, ""},
+        {{Kind::read, bus, dev, 0, 1, 2},
          Op::readBlock,
          5,
          "] I2C read from memory failed\n"},
@@ -144,16 +147,16 @@ TEST_F(I2cChannelTest, FailedStepsNameTheirEventAndValues)
          5,
          "I2C SMbus read failed, addr=0x50 cmd=0x8b readsize=1 expected=2 "
          "errno=0"},
-        {{Kind::setPec, bus, dev, EINVAL, {}, 1},
+        {{Kind::setPec, bus, dev, EINVAL, 1},
          Op::pecByte,
          3,
          "Failed to set the PEC, value=1 errno=22 (Invalid argument)"},
-        {{Kind::smbusWriteByteData, bus, dev, EREMOTEIO, {}, 1},
+        {{Kind::smbusWriteByteData, bus, dev, EREMOTEIO, 1},
          Op::pecByteData,
          4,
          "I2C Write byte data failed, addr=0x50 cmd=0x0 data=0x7 ret=-121 "
          "errno=121"},
-        {{Kind::rdwr, bus, dev, ENXIO, {}, 1}, Op::read16, 0, ""},
+        {{Kind::rdwr, bus, dev, ENXIO, 1}, Op::read16, 0, ""},
     };
     for (const Case& c : cases)
     {
@@ -229,19 +232,14 @@ TEST_F(I2cChannelTest, TransfersMoveTheRegisters)
     auto transfer = fake.i2c.operations(Kind::rdwr).at(0);
     EXPECT_EQ(transfer.bytes, (std::vector<uint8_t>{0xF2, 0x4B}));
     EXPECT_EQ(transfer.command, 0xF24B);
-}
 
-TEST_F(I2cChannelTest, PecWrapsTheSmbusWrite)
-{
-    std::string out = console([&] {
-        EXPECT_TRUE(channel.SmbusWriteByteData(&event, dev, 0x00, 0x01, true));
-        EXPECT_TRUE(channel.SmbusWriteByte(&event, dev, 0x03, false));
-    });
-    EXPECT_EQ(event, 0);
-    EXPECT_EQ(out, "");
+    // PEC wraps the SMBus write only when asked for.
+    fake.i2c.clearOperations();
+    EXPECT_TRUE(channel.SmbusWriteByteData(&event, dev, 0x00, 0x01, true));
+    EXPECT_TRUE(channel.SmbusWriteByte(&event, dev, 0x03, false));
     EXPECT_EQ(fake.i2c.registerValue(bus, dev, 0x00), 0x01);
-    EXPECT_EQ(kinds(),
-              (std::vector<Kind>{Kind::open, Kind::setSlave, Kind::setPec,
+    EXPECT_EQ(kinds(fake.i2c),
+              (std::vector<Kind>{Kind::setSlave, Kind::setPec,
                                  Kind::smbusWriteByteData, Kind::setPec,
                                  Kind::setSlave, Kind::smbusWriteByte}));
     auto pec = fake.i2c.operations(Kind::setPec);
@@ -252,9 +250,8 @@ TEST_F(I2cChannelTest, PecWrapsTheSmbusWrite)
 TEST_F(I2cChannelTest, SmbusWriteByteFailsWhenPecCannotBeDisabled)
 {
     // The enable goes through, the disable fails.
-    int calls = 0;
     fake.i2c.setObserver([&](const I2cOp& op) {
-        if (op.kind == Kind::setPec && ++calls == 1)
+        if (op.kind == Kind::setPec && op.command == 1)
         {
             fail(Kind::setPec, EIO, 1);
         }
@@ -273,7 +270,7 @@ TEST_F(I2cOneShotTest, EveryOperationClosesItsDescriptor)
 {
     uint8_t byte = 0;
     uint8_t block[2] = {};
-    fake.i2c.inject({Kind::read, bus, dev, EIO, std::nullopt, -1});
+    fake.i2c.inject({Kind::read, bus, dev});
     console([&] {
         EXPECT_TRUE(I2CWriteMemoryByte(&event, bus, dev, 1, 2));
         EXPECT_TRUE(I2CWriteMemoryBlock(&event, bus, dev, 1, 2, block));
@@ -283,9 +280,8 @@ TEST_F(I2cOneShotTest, EveryOperationClosesItsDescriptor)
         EXPECT_TRUE(I2CSmbusWriteByteData(&event, bus, dev, 1, 2, false));
         EXPECT_FALSE(I2CReadMemoryBlock16(&event, bus, 0x77, 1, 2, block));
     });
-    // And the fixture's own channel.
-    EXPECT_EQ(fake.i2c.openCount(), 7 + 1);
-    EXPECT_EQ(fake.i2c.closeCount(), 7);
+    // Seven descriptors of their own, and the fixture's left open.
+    EXPECT_EQ(fake.i2c.operations(Kind::open).size(), 7 + 1);
     EXPECT_EQ(fake.i2c.openDescriptors(), 1);
 }
 
@@ -306,7 +302,7 @@ TEST_F(I2cOneShotTest, OpenFailureReportsEventOne)
     EXPECT_EQ(event, 1);
     EXPECT_THAT(out, HasSubstr("Failed to open the I2C bus\n"));
     EXPECT_THAT(out, HasSubstr("Fail to OpenCHannel\n"));
-    EXPECT_EQ(fake.i2c.closeCount(), 0);
+    EXPECT_EQ(fake.i2c.openDescriptors(), 1);
 }
 
 TEST_F(I2cOneShotTest, WriteThenReadPrintsTheFailedStep)
@@ -326,6 +322,174 @@ TEST_F(I2cOneShotTest, WriteThenReadPrintsTheFailedStep)
     EXPECT_THAT(out, HasSubstr("\nWrite 0x0a fail\n"));
     EXPECT_THAT(out, HasSubstr("\nRead 0x0a fail\n"));
     EXPECT_EQ(fake.i2c.openDescriptors(), 1);
+}
+
+// Write, then read, retried from the open on.
+class I2cRetryTest : public testing::Test
+{
+  protected:
+    I2cRetryTest()
+    {
+        fake.i2c.addDevice(bus, dev);
+    }
+
+    ~I2cRetryTest() override
+    {
+        // Whatever the test did, no descriptor may outlive the call.
+        EXPECT_EQ(fake.i2c.openDescriptors(), 0);
+    }
+
+    std::vector<ZellibCall> records() const
+    {
+        return fake.zellib.calls(ZellibCall::Kind::i2cLog);
+    }
+
+    // One write of a byte, then a read of one; the console text.
+    std::string writeThenRead(bool expected, int retries = 3,
+                              bool logFailure = true,
+                              const std::string& label = "VR12 page")
+    {
+        return console([&] {
+            EXPECT_EQ(WriteReadWithRetry(&event, retries, bus, dev, reg, 1,
+                                         &out, 1, &in, logFailure, label),
+                      expected);
+        });
+    }
+
+    FakePlatform fake;
+    int event = -1;
+    uint8_t out = 0x11;
+    uint8_t in = 0;
+};
+
+// Calls that can't be right touch nothing and leave event 0.
+TEST_F(I2cRetryTest, ImproperCallsAreRefusedUntouched)
+{
+    uint8_t byte = 0;
+    fake.i2c.addDevice(15, 0x7F);
+    std::string text = console([&] {
+        EXPECT_FALSE(WriteReadWithRetry(&event, 3, bus, dev, reg, 0, &byte, 0,
+                                        nullptr, true, "x"));
+        EXPECT_FALSE(WriteReadWithRetry(&event, 3, bus, dev, reg, 0, nullptr, 1,
+                                        nullptr, true, "x"));
+        EXPECT_FALSE(WriteReadWithRetry(&event, 3, 16, 0x7F, reg, 0, nullptr, 1,
+                                        &byte, true, "x"));
+        EXPECT_FALSE(WriteReadWithRetry(&event, 3, 15, 0x80, reg, 0, nullptr, 1,
+                                        &byte, true, "x"));
+    });
+    EXPECT_EQ(event, 0);
+    EXPECT_TRUE(fake.i2c.operations().empty());
+    EXPECT_TRUE(records().empty());
+    EXPECT_EQ(occurrences(text, "] Call the function - WriteReadWithRetry "
+                                "improperly.\n"),
+              2U);
+    EXPECT_EQ(occurrences(text, "Parameter over range when call the "
+                                "function - WriteReadWithRetry."),
+              2U);
+    // The highest bus and address are in range.
+    EXPECT_TRUE(WriteReadWithRetry(&event, 3, 15, 0x7F, reg, 0, nullptr, 1,
+                                   &byte, true, "x"));
+}
+
+TEST_F(I2cRetryTest, WriteThenReadTraffic)
+{
+    fake.i2c.setRegister(bus, dev, reg, 0x11);
+    EXPECT_EQ(writeThenRead(true), "");
+    EXPECT_EQ(event, 0);
+    EXPECT_EQ(in, 0x11);
+    EXPECT_EQ(
+        kinds(fake.i2c),
+        (std::vector<Kind>{Kind::open, Kind::setSlave, Kind::write,
+                           Kind::setSlave, Kind::smbusReadBlock, Kind::close}));
+    EXPECT_EQ(fake.i2c.operations(Kind::write).at(0).bytes,
+              (std::vector<uint8_t>{reg, 0x11}));
+
+    // No parts at all only proves that the bus opens.
+    fake.i2c.clearOperations();
+    EXPECT_TRUE(WriteReadWithRetry(&event, 3, bus, dev, reg, 0, nullptr, 0,
+                                   nullptr, true, "probe"));
+    EXPECT_EQ(fake.i2c.operations().size(), 2); // open and close
+}
+
+TEST_F(I2cRetryTest, DeadDeviceIsReportedOnEveryAttempt)
+{
+    fake.i2c.removeDevice(bus, dev);
+    std::string text = writeThenRead(false);
+    EXPECT_EQ(event, 4);
+    auto calls = records();
+    ASSERT_EQ(calls.size(), 3);
+    for (int i = 0; i < 3; ++i)
+    {
+        EXPECT_EQ(calls[i].message,
+                  "VR12 page failure. Retry " + std::to_string(i + 1));
+        EXPECT_EQ(calls[i].level, i < 2 ? level::WARNING : level::CRITICAL);
+    }
+    const I2CLogData& data = *calls[2].i2c;
+    EXPECT_TRUE(calls[2].flag);
+    EXPECT_TRUE(data.writeFailed);
+    EXPECT_EQ(data.bus, bus);
+    EXPECT_EQ(data.address, dev);
+    EXPECT_EQ(data.reg, reg);
+    EXPECT_EQ(data.writeLength, 1);
+    EXPECT_EQ(data.writeBuffer, &out);
+    EXPECT_EQ(data.readLength, 1);
+    EXPECT_EQ(data.readBuffer, &in);
+    // A retry starts over: open, address, and the write again.
+    EXPECT_EQ(fake.i2c.operations(Kind::open).size(), 3);
+    EXPECT_EQ(fake.i2c.operations(Kind::write).size(), 3);
+    EXPECT_TRUE(fake.i2c.operations(Kind::smbusReadBlock).empty());
+    EXPECT_EQ(occurrences(text, "] Write 0x05 fail.\n"), 3U);
+
+    // Without logging the retries stay, the records go; an empty label and
+    // no retries still make one critical attempt.
+    fake.zellib.clear();
+    EXPECT_EQ(occurrences(writeThenRead(false, 3, false), "Write 0x05 fail."),
+              3U);
+    EXPECT_TRUE(records().empty());
+    writeThenRead(false, 0, true, "");
+    writeThenRead(false, -2, true, "");
+    calls = records();
+    ASSERT_EQ(calls.size(), 2);
+    EXPECT_EQ(calls[0].message, " Retry 1");
+    EXPECT_EQ(calls[0].level, level::CRITICAL);
+    EXPECT_EQ(calls[1].level, level::CRITICAL);
+    EXPECT_EQ(fake.i2c.operations(Kind::open).size(), 3 + 3 + 2);
+}
+
+TEST_F(I2cRetryTest, EventNamesTheStepThatFailedLast)
+{
+    fake.i2c.inject({Kind::setSlave, bus, dev, EBUSY});
+    writeThenRead(false);
+    EXPECT_EQ(event, 2);
+    EXPECT_TRUE(records().back().i2c->noAccess);
+
+    fake.i2c.clearFaults();
+    fake.i2c.inject({Kind::smbusReadBlock, bus, dev});
+    EXPECT_THAT(writeThenRead(false), HasSubstr("] Read 0x05 fail.\n"));
+    EXPECT_EQ(event, 5);
+    EXPECT_TRUE(records().back().i2c->readFailed);
+
+    // An open that fails still closes (fd -1, harmlessly) and reports.
+    std::string text = console([&] {
+        EXPECT_FALSE(WriteReadWithRetry(&event, 2, 9, dev, reg, 0, nullptr, 0,
+                                        nullptr, true, "Mux"));
+    });
+    EXPECT_EQ(event, 1);
+    EXPECT_TRUE(records().back().i2c->noAccess);
+    EXPECT_EQ(records().back().i2c->bus, 9);
+    EXPECT_EQ(fake.i2c.operations(Kind::close).back().result, -1);
+    EXPECT_THAT(text, HasSubstr("] Fail to OpenChannel\n"));
+}
+
+TEST_F(I2cRetryTest, SecondAttemptSucceeds)
+{
+    fake.i2c.inject({Kind::write, bus, dev, EREMOTEIO, 1});
+    writeThenRead(true);
+    EXPECT_EQ(event, 0);
+    auto calls = records();
+    ASSERT_EQ(calls.size(), 1);
+    EXPECT_EQ(calls[0].level, level::WARNING);
+    EXPECT_EQ(calls[0].message, "VR12 page failure. Retry 1");
 }
 
 } // namespace
