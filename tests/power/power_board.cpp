@@ -277,6 +277,13 @@ std::vector<ZellibCall> PowerBoard::nvEvents(const std::string& messageId) const
     return eventsWithId(fx.fake.zellib, messageId);
 }
 
+uint32_t PowerBoard::run(uint32_t (*sequence)(OrvaneSvcState&))
+{
+    uint32_t result = 0;
+    out = console([&] { result = sequence(state); });
+    return result;
+}
+
 bool PowerBoard::runToStage2()
 {
     return Stby_Pwr_on_Sqnc_1(state) != 0 && Stby_Pwr_on_FpgaRail(state) != 0 &&

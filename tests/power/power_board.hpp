@@ -120,6 +120,8 @@ class PowerBoard
                                    const std::string& messageId = "") const;
     std::vector<ZellibCall> nvEvents(const std::string& messageId) const;
 
+    // Runs one sequence; its console text stays in `out`.
+    uint32_t run(uint32_t (*sequence)(OrvaneSvcState&));
     bool runToStage2(); // stage 1, the FPGA rails and the pre-retimer step
     bool runStandby();  // everything up to and with stage 3
     // The state as the sequences leave it after standby power-up from a
@@ -133,6 +135,7 @@ class PowerBoard
     VirtualBoardFixture fx;
     GpioRecorder gpio;
     OrvaneSvcState state;
+    std::string out;
 };
 
 // Every seam faked, and the daemon's VR_Info: each module's design and its

@@ -24,6 +24,7 @@ namespace
 {
 
 using erot::test::Bytes;
+using erot::test::join;
 using erot::test::page;
 using erot::test::response;
 using ::testing::Contains;
@@ -288,16 +289,6 @@ Bytes entry(uint64_t timestamp, const char* tag, uint32_t data1 = 0,
     return bytes;
 }
 
-Bytes join(std::initializer_list<Bytes> parts)
-{
-    Bytes all;
-    for (const Bytes& part : parts)
-    {
-        all = erot::test::join(all, part);
-    }
-    return all;
-}
-
 class TraceLogTest : public ErotBootTest
 {
   protected:
@@ -328,7 +319,7 @@ class TraceLogTest : public ErotBootTest
 TEST_F(TraceLogTest, PrintsEachEntryOnceAcrossReads)
 {
     const Bytes log =
-        join({entry(100, "INIT", 0x1, 0xABCDEF12), entry(200, "BOOT")});
+        join(entry(100, "INIT", 0x1, 0xABCDEF12), entry(200, "BOOT"));
     std::string out = print(log, 0);
     EXPECT_THAT(out, HasSubstr("Got 2 logs:"));
     EXPECT_THAT(out, HasSubstr("         100 INIT 0x00000001 0xabcdef12 5"));
@@ -336,7 +327,7 @@ TEST_F(TraceLogTest, PrintsEachEntryOnceAcrossReads)
 
     // The same log again, plus an entry at the same time with another tag
     // and one older than the last seen.
-    out = print(join({log, entry(200, "WAKE"), entry(150, "LATE")}), 0);
+    out = print(join(log, entry(200, "WAKE"), entry(150, "LATE")), 0);
     EXPECT_THAT(out, Not(HasSubstr("INIT")));
     EXPECT_THAT(out, Not(HasSubstr(" BOOT ")));
     EXPECT_THAT(out, HasSubstr("         200 WAKE"));
@@ -347,7 +338,7 @@ TEST_F(TraceLogTest, PrintsEachEntryOnceAcrossReads)
 TEST_F(TraceLogTest, ErrorsRaiseEventsByHealth)
 {
     const Bytes log =
-        join({entry(1, "BPup", 0x10, 0x20, 3), entry(2, "WARN", 0x1, 0x2, 4)});
+        join(entry(1, "BPup", 0x10, 0x20, 3), entry(2, "WARN", 0x1, 0x2, 4));
     print(log, 0);
     EXPECT_THAT(eventIds(),
                 ElementsAre("AutomaticRecoveryTriggered",

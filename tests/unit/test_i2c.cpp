@@ -180,17 +180,11 @@ TEST_F(I2cChannelTest, FailedStepsNameTheirEventAndValues)
 TEST_F(I2cChannelTest, FailedSlaveAddressStopsEveryTransfer)
 {
     fail(Kind::setSlave, EBUSY);
-    uint8_t byte = 0;
-    uint8_t block[4] = {};
     std::string out = console([&] {
-        EXPECT_FALSE(channel.WriteMemoryByte(&event, dev, 1, 2));
-        EXPECT_FALSE(channel.WriteMemoryBlock(&event, dev, 1, 4, block));
-        EXPECT_FALSE(channel.ReadMemoryByte(&event, dev, 1, &byte));
-        EXPECT_FALSE(channel.ReadMemoryBlock(&event, dev, 1, 4, block));
-        EXPECT_FALSE(channel.SmbusReadBlock(&event, dev, 1, block, 4));
-        EXPECT_FALSE(channel.SmbusWriteByte(&event, dev, 1, true));
-        EXPECT_FALSE(channel.SmbusWriteByteData(&event, dev, 1, 2, true));
-        EXPECT_FALSE(channel.ReadMemoryBlock16(&event, dev, 0x100, 4, block));
+        for (int op = int(Op::writeByte); op <= int(Op::read16); ++op)
+        {
+            EXPECT_FALSE(perform(channel, Op(op), &event)) << op;
+        }
     });
     EXPECT_EQ(event, 2);
     EXPECT_EQ(fake.i2c.operations().size(), 1 + 8); // the open, 8 attempts

@@ -54,19 +54,6 @@ std::filesystem::path marker(PowerBoard& b, const char* path)
     return file;
 }
 
-// Runs one sequence on the board; its console text goes to `out`.
-uint32_t run(uint32_t (*sequence)(OrvaneSvcState&), PowerBoard& b,
-             std::string* out = nullptr)
-{
-    uint32_t result = 0;
-    std::string text = console([&] { result = sequence(b.state); });
-    if (out != nullptr)
-    {
-        *out = text;
-    }
-    return result;
-}
-
 TEST(BasePowerOn, ReachesEventNineteenAfterTheHostsEnable)
 {
     PowerBoard b(enabledAt(5));
@@ -74,7 +61,7 @@ TEST(BasePowerOn, ReachesEventNineteenAfterTheHostsEnable)
     UbbProduct ubb(productKV35);
     const auto injection = marker(b, "/var/lib/redfish_error_injection_mode");
 
-    EXPECT_NE(run(Base_Pwr_on_Sqnc, b), 0U);
+    EXPECT_NE(b.run(Base_Pwr_on_Sqnc), 0U);
 
     EXPECT_EQ(b.state.sequenceEvent, sequence_event::basePowerOn);
     EXPECT_FALSE(b.state.baseTransition);
@@ -116,13 +103,11 @@ TEST(BasePowerOn, UnpluggedBoardWaitsSilentlyForThePlug)
     PowerBoard b(scenario);
     b.standbyState();
     UbbProduct ubb(productKV35);
-    std::string out;
-
-    EXPECT_NE(run(Base_Pwr_on_Sqnc, b, &out), 0U);
+    EXPECT_NE(b.run(Base_Pwr_on_Sqnc), 0U);
 
     EXPECT_GE(b.fx.seconds(), 10.0 + 9.0);
-    EXPECT_EQ(occurrences(out, "UBB not Plugged into HGX host\n"), 1U);
-    EXPECT_EQ(occurrences(out, "UBB will not power on GPUs\n"), 1U);
+    EXPECT_EQ(occurrences(b.out, "UBB not Plugged into HGX host\n"), 1U);
+    EXPECT_EQ(occurrences(b.out, "UBB will not power on GPUs\n"), 1U);
 }
 
 TEST(BasePowerOn, ResequenceAfterAFaultSkipsTheWait)
@@ -132,7 +117,7 @@ TEST(BasePowerOn, ResequenceAfterAFaultSkipsTheWait)
     b.state.baseDownRequest = true;
     UbbProduct ubb(productKV35);
 
-    EXPECT_NE(run(Base_Pwr_on_Sqnc, b), 0U);
+    EXPECT_NE(b.run(Base_Pwr_on_Sqnc), 0U);
     EXPECT_LT(b.fx.seconds(), 10.0);
     EXPECT_FALSE(b.state.baseDownRequest);
 }
@@ -143,7 +128,7 @@ TEST(BasePowerOn, UnknownProductWithEightOamsFailsAtTheExpanders)
     b.standbyState();
     UbbProduct ubb(productUnknown);
 
-    EXPECT_EQ(run(Base_Pwr_on_Sqnc, b), 0U);
+    EXPECT_EQ(b.run(Base_Pwr_on_Sqnc), 0U);
 
     EXPECT_EQ(b.state.sequenceEvent, sequence_event::beforeHotswap);
     EXPECT_TRUE(b.state.baseTransition); // the monitor stays out
@@ -159,9 +144,7 @@ TEST(BasePowerOn, WarmResetWithPowerGoodOnlyLearnsTheState)
 {
     PowerBoard b(warmBoard(true));
     b.state.standbyPowerStatus = true;
-    std::string out;
-
-    EXPECT_NE(run(Base_Pwr_on_Sqnc, b, &out), 0U);
+    EXPECT_NE(b.run(Base_Pwr_on_Sqnc), 0U);
 
     EXPECT_EQ(b.state.sequenceEvent, sequence_event::basePowerOn);
     EXPECT_EQ(b.state.oamPresentMask, 0xFF);
@@ -169,7 +152,7 @@ TEST(BasePowerOn, WarmResetWithPowerGoodOnlyLearnsTheState)
     EXPECT_THAT(b.published("OAMErrorInjection"), ElementsAre("Disable"));
     EXPECT_THAT(b.published("BasePowerStatus"), ElementsAre("On"));
     EXPECT_THAT(b.events("OAM base has powered on"), SizeIs(1));
-    EXPECT_THAT(out, Not(HasSubstr("Keep I2C switch under Reset")));
+    EXPECT_THAT(b.out, Not(HasSubstr("Keep I2C switch under Reset")));
 }
 
 // Bit 0 of the RM register is 0 for "enabled". A silent RM reads as
@@ -267,9 +250,7 @@ TEST(BasePowerOffHold, HostRequestTakesDownEveryStage)
         PowerBoard b(scenario);
         b.runningState();
         const auto update = marker(b, "/var/lib/orvane/force_bundleupdate");
-        std::string out;
-
-        EXPECT_EQ(run(Base_Pwr_off_Sqnc, b, &out), 1U);
+        EXPECT_EQ(b.run(Base_Pwr_off_Sqnc), 1U);
 
         EXPECT_GE(b.fx.seconds(), 5.0 + 3.0);
         EXPECT_TRUE(b.state.baseTransition);
@@ -281,7 +262,7 @@ TEST(BasePowerOffHold, HostRequestTakesDownEveryStage)
         EXPECT_THAT(b.published("BasePowerStatus"), ElementsAre("Off", "Off"));
         EXPECT_THAT(b.published("ServerResetStatus"), ElementsAre("True"));
         EXPECT_THAT(b.fx.fake.shell.commands(), IsEmpty()); // no VR dump
-        EXPECT_THAT(out, HasSubstr("UBB Unplugged from HGX host\n"));
+        EXPECT_THAT(b.out, HasSubstr("UBB Unplugged from HGX host\n"));
     }
 }
 
@@ -296,9 +277,7 @@ TEST(BasePowerOffStages, ModuleFaultCopiesTheDumpInLinePieces)
     b.fx.fake.shell.output = longLine + "\nlast words";
     std::filesystem::create_directories(
         b.fx.fake.files.resolve(dumpFile).parent_path());
-    std::string out;
-
-    EXPECT_EQ(run(Base_Pwr_off_Sqnc, b, &out), 1U);
+    EXPECT_EQ(b.run(Base_Pwr_off_Sqnc), 1U);
 
     expectBaseDown(b);
     EXPECT_THAT(b.fx.fake.shell.commands(),
@@ -307,10 +286,10 @@ TEST(BasePowerOffStages, ModuleFaultCopiesTheDumpInLinePieces)
     std::ostringstream dumped;
     dumped << in.rdbuf();
     EXPECT_EQ(dumped.str(), longLine + "\nlast words");
-    EXPECT_THAT(out, HasSubstr("] " + std::string(127, 'A') + "\n"));
-    EXPECT_THAT(out, Not(HasSubstr(std::string(128, 'A'))));
-    EXPECT_THAT(out, HasSubstr("] " + std::string(46, 'A') + "\n\n"));
-    EXPECT_THAT(out, HasSubstr("] last words\n"));
+    EXPECT_THAT(b.out, HasSubstr("] " + std::string(127, 'A') + "\n"));
+    EXPECT_THAT(b.out, Not(HasSubstr(std::string(128, 'A'))));
+    EXPECT_THAT(b.out, HasSubstr("] " + std::string(46, 'A') + "\n\n"));
+    EXPECT_THAT(b.out, HasSubstr("] last words\n"));
 }
 
 // A failed attempt takes down only what it reached; 15 and unknown events
@@ -338,9 +317,7 @@ TEST(BasePowerOffStages, EachEventTearsDownWhatItReached)
         PowerBoard b(warmBoard(true));
         b.runningState();
         b.state.sequenceEvent = c.event;
-        std::string out;
-
-        EXPECT_EQ(run(Base_Pwr_off_Sqnc, b, &out), c.result);
+        EXPECT_EQ(b.run(Base_Pwr_off_Sqnc), c.result);
 
         EXPECT_EQ(b.read(fpga, fpgaAddress, 0x60), c.hostGood);
         EXPECT_EQ(b.read(smc, smcAddress, 0x09) & 0x01, c.hotswap);
@@ -349,8 +326,9 @@ TEST(BasePowerOffStages, EachEventTearsDownWhatItReached)
         EXPECT_EQ(b.line("GPU_BASE_PWR_GD"), c.powerGood);
         EXPECT_THAT(b.events("System ready for power-down"), IsEmpty());
         EXPECT_THAT(b.events("Base powered off."), SizeIs(1));
-        EXPECT_EQ(occurrences(out, "Host Powergood is disabled"), 0U);
-        EXPECT_EQ(occurrences(out, "Non-existed event"), c.event == 7 ? 1 : 0);
+        EXPECT_EQ(occurrences(b.out, "Host Powergood is disabled"), 0U);
+        EXPECT_EQ(occurrences(b.out, "Non-existed event"),
+                  c.event == 7 ? 1 : 0);
     }
 }
 
@@ -449,7 +427,7 @@ TEST(StandbyPowerOff, FromTheRetimerStageDown)
     b.standbyState();
     b.state.sequenceEvent = 8;
 
-    EXPECT_EQ(run(Stby_Pwr_off_Sqnc, b), 1U);
+    EXPECT_EQ(b.run(Stby_Pwr_off_Sqnc), 1U);
 
     EXPECT_EQ(b.read(smc, smcAddress, 0x08), 0x00);        // FPGA rails
     EXPECT_EQ(b.read(smc, smcAddress, 0x0A) & 0xF8, 0x00); // retimer rails
@@ -470,7 +448,7 @@ TEST(StandbyPowerOff, FromRunningBaseTheK517StageFailsAndTheRestGoesOn)
     b.standbyState();
     b.state.sequenceEvent = sequence_event::basePowerOn;
 
-    EXPECT_EQ(run(Stby_Pwr_off_Sqnc, b), 0U);
+    EXPECT_EQ(b.run(Stby_Pwr_off_Sqnc), 0U);
 
     EXPECT_EQ(b.line("GPU_BASE_FPGA_READY"), 0);
     EXPECT_EQ(b.read(smc, smcAddress, 0x09) & 0x06, 0x00);
@@ -617,15 +595,11 @@ ubbsim::Fault sgpio(const std::string& fpga, int bits)
     return fault;
 }
 
-// One monitor round on a running board.
-void round(PowerBoard& b, std::string* out = nullptr)
+// One monitor round on a running board; its console text in b.out.
+void round(PowerBoard& b)
 {
     b.runningState();
-    std::string text = console([&] { detail::PowerMonitorRound(b.state); });
-    if (out != nullptr)
-    {
-        *out = text;
-    }
+    b.out = console([&] { detail::PowerMonitorRound(b.state); });
 }
 
 size_t criticalReports(const PowerBoard& b)
@@ -639,10 +613,9 @@ TEST(PowerMonitorRound, LostK517RailIsOnlyNoted)
     ubbsim::Fault drop = faultOf("railDrop");
     drop.rail = "1V8_RT47_K517";
     PowerBoard b(runningWith({drop}));
-    std::string out;
-    round(b, &out);
+    round(b);
 
-    EXPECT_THAT(out, HasSubstr("PowerMonitor k517 rt rail failed."));
+    EXPECT_THAT(b.out, HasSubstr("PowerMonitor k517 rt rail failed."));
     EXPECT_EQ(criticalReports(b), 0U);
     EXPECT_FALSE(b.state.baseDownRequest);
     // The retimer, OAM and module lists and the SGPIO wait for next round.
@@ -655,8 +628,7 @@ TEST(PowerMonitorRound, LostModuleEndsBasePowerUnlessOamZeroWasDown)
     ubbsim::Fault lost = faultOf("moduleGoodLost");
     lost.oam = 4;
     PowerBoard b(runningWith({lost}));
-    std::string out;
-    round(b, &out);
+    round(b);
 
     EXPECT_EQ(b.state.sequenceEvent, sequence_event::module);
     EXPECT_TRUE(b.state.baseDownRequest);
@@ -668,7 +640,7 @@ TEST(PowerMonitorRound, LostModuleEndsBasePowerUnlessOamZeroWasDown)
     auto reports = b.nvEvents("OAMPowerStatusCritical");
     ASSERT_THAT(reports, SizeIs(1));
     EXPECT_EQ(reports[0].arg1, "Module");
-    EXPECT_THAT(out, HasSubstr("PowerMonitor Module fail."));
+    EXPECT_THAT(b.out, HasSubstr("PowerMonitor Module fail."));
 
     // Only a board whose power-on saw OAM_0 good (moduleGoodMask bit 0) is
     // judged.

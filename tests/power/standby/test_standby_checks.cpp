@@ -83,8 +83,8 @@ TEST_F(HotswapTest, SoaFailureStopsButSenseFailureDoesNot)
 {
     serve({{"UBB", "23"}});
     platform.i2c.removeDevice(4, 0x11);
-    std::string out;
-    out = console([&] { EXPECT_NE(Stby_Pwr_on_FpgaRail(state), 0U); });
+    std::string out =
+        console([&] { EXPECT_NE(Stby_Pwr_on_FpgaRail(state), 0U); });
     EXPECT_THAT(out, HasSubstr("Fail to set  0x11 register 0xd5 "));
     EXPECT_EQ(hotswapWrites().back(), (Write{0x13, {0xD5, 0x67, 0xB4}}));
 
@@ -147,8 +147,8 @@ TEST_F(VrAddressTest, ListKeepsTheFirstEntryOfEachAddress)
     EXPECT_THAT(platform.i2c.operations(), IsEmpty());
 
     std::vector<VrEntry> none;
-    std::string out;
-    out = console([&] { EXPECT_FALSE(GetVrAddressList(true, 4, none)); });
+    std::string out =
+        console([&] { EXPECT_FALSE(GetVrAddressList(true, 4, none)); });
     EXPECT_THAT(out, HasSubstr("No vr_config.json file found in VR config "
                                "folder \n"));
 }
@@ -195,8 +195,8 @@ TEST_F(VrAddressTest, SilentIbcKeepsItsConfiguredAddress)
     serve({{"OAM_3", "14"}});
     config("OAM_3", ibcConfig);
     std::vector<VrEntry> list;
-    std::string out;
-    out = console([&] { EXPECT_TRUE(GetVrAddressList(true, 3, list)); });
+    std::string out =
+        console([&] { EXPECT_TRUE(GetVrAddressList(true, 3, list)); });
     EXPECT_THAT(out, HasSubstr("I2C address test failed for OAM_3_IBC"));
     ASSERT_THAT(list, SizeIs(2));
     EXPECT_EQ(list[0].address, 0x11);
@@ -642,27 +642,18 @@ TEST(StandbyBoardTest, MisconfiguredEmc1438IsReportedAndStandbyGoesOn)
 {
     PowerBoard b(faulty("emcMisconfig", -1, "", 0x0C));
     ASSERT_TRUE(b.runToStage2());
-    std::string out =
-        console([&] { EXPECT_NE(Stby_Pwr_on_Sqnc_2(b.state), 0U); });
+    EXPECT_NE(b.run(Stby_Pwr_on_Sqnc_2), 0U);
 
-    std::vector<ZellibCall> emc;
-    for (const ZellibCall& call :
-         b.fx.fake.zellib.calls(ZellibCall::Kind::i2cLog))
-    {
-        if (call.message ==
-            "Power Sequence Standby Power On: Fail to enable EMC1438")
-        {
-            emc.push_back(call);
-        }
-    }
+    auto emc = b.fx.fake.zellib.calls(ZellibCall::Kind::i2cLog);
     ASSERT_THAT(emc, SizeIs(1));
-    EXPECT_EQ(emc[0].level, 2);
-    EXPECT_TRUE(emc[0].i2c->otherFailure);
-    EXPECT_EQ(emc[0].i2c->bus, 14);
-    EXPECT_EQ(emc[0].i2c->address, 0x4C);
-    EXPECT_EQ(emc[0].i2c->reg, 0x3B);
-    EXPECT_THAT(out, HasSubstr("Enable EMC1438 external diode channels by "
-                               "Channel Configuration Register 0x3B."));
+    EXPECT_EQ(emc[0].message,
+              "Power Sequence Standby Power On: Fail to enable EMC1438");
+    const I2CLogData& record = *emc[0].i2c;
+    EXPECT_EQ(std::tuple(emc[0].level, record.otherFailure, record.bus,
+                         record.address, record.reg),
+              std::tuple(2, true, 14, 0x4C, 0x3B));
+    EXPECT_THAT(b.out, HasSubstr("Enable EMC1438 external diode channels by "
+                                 "Channel Configuration Register 0x3B."));
 }
 
 TEST(StandbyBoardTest, RmRecoveryMarkersCountOnlyAfterAGoodScript)
@@ -676,8 +667,7 @@ TEST(StandbyBoardTest, RmRecoveryMarkersCountOnlyAfterAGoodScript)
         std::ofstream(platform::path("/tmp/2.rm_recovered")).close();
         std::ofstream(platform::path("/tmp/5.rm_unrecovered")).close();
         ASSERT_TRUE(b.runToStage2());
-        std::string out =
-            console([&] { EXPECT_NE(Stby_Pwr_on_Sqnc_2(b.state), 0U); });
+        EXPECT_NE(b.run(Stby_Pwr_on_Sqnc_2), 0U);
 
         EXPECT_THAT(b.fx.fake.shell.commands(), Contains(rmRecovery));
         auto triggered =
@@ -686,7 +676,7 @@ TEST(StandbyBoardTest, RmRecoveryMarkersCountOnlyAfterAGoodScript)
             eventsWithId(b.fx.fake.zellib, "AutomaticRecoveryFailureCritical");
         if (status != 0)
         {
-            EXPECT_THAT(out, HasSubstr("RM Rcovery Script : fail."));
+            EXPECT_THAT(b.out, HasSubstr("RM Rcovery Script : fail."));
             EXPECT_THAT(triggered, IsEmpty());
             EXPECT_THAT(critical, IsEmpty());
             continue;
