@@ -1,15 +1,10 @@
 #include "fakes/bus_fixture.hpp"
 
-#include <fcntl.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include "run/bus_daemon.hpp"
 
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
 #include <stdexcept>
 
 namespace orvane::test
@@ -20,11 +15,6 @@ namespace
 
 constexpr const char* addressVariable = "DBUS_SYSTEM_BUS_ADDRESS";
 
-[[noreturn]] void failed(const std::string& what, int error)
-{
-    throw std::runtime_error(what + ": " + std::strerror(error));
-}
-
 // Unix socket paths are short; a long TMPDIR would not fit.
 std::filesystem::path makeTempDir()
 {
@@ -34,42 +24,10 @@ std::filesystem::path makeTempDir()
             .string();
     if (mkdtemp(pattern.data()) == nullptr)
     {
-        failed("mkdtemp", errno);
+        throw std::runtime_error(std::string("mkdtemp: ") +
+                                 std::strerror(errno));
     }
     return pattern;
-}
-
-void writeConfig(const std::filesystem::path& file, const std::string& listen)
-{
-    std::ofstream(file)
-        << R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <type>system</type>
-  <auth>EXTERNAL</auth>
-  <listen>)"
-        << listen << R"(</listen>
-  <policy context="default">
-    <allow user="*"/><allow own="*"/><allow send_destination="*"/>
-    <allow receive_sender="*"/><allow eavesdrop="true"/>
-  </policy>
-</busconfig>
-)";
-}
-
-// The daemon prints its address once it listens; false when it died
-// first.
-bool announced(int fd)
-{
-    char byte = 0;
-    while (read(fd, &byte, 1) == 1)
-    {
-        if (byte == '\n')
-        {
-            return true;
-        }
-    }
-    return false;
 }
 
 } // namespace
@@ -83,48 +41,20 @@ size_t openFileDescriptors()
 
 PrivateBus::PrivateBus() : dir(makeTempDir())
 {
-    busAddress = "unix:path=" + (dir / "bus.sock").string();
-    const std::string config = "--config-file=" + (dir / "bus.conf").string();
-    const std::string logPath = (dir / "daemon.log").string();
-    writeConfig(dir / "bus.conf", busAddress);
-    int pipeFds[2];
-    if (pipe2(pipeFds, O_CLOEXEC) != 0)
+    try
     {
-        failed("pipe2", errno);
+        daemon = std::make_unique<ubbsim::BusDaemon>(dir.string());
     }
-    const pid_t parent = getpid();
-    daemon = fork();
-    if (daemon == 0)
+    catch (const std::runtime_error&)
     {
-        // Only async-signal-safe calls until exec: the test process may have
-        // threads. The daemon must not outlive a crashed test; its
-        // complaints go to a file of its own.
-        prctl(PR_SET_PDEATHSIG, SIGTERM);
-        int log = open(logPath.c_str(), O_WRONLY | O_CREAT, 0600);
-        if (getppid() == parent && dup2(pipeFds[1], STDOUT_FILENO) >= 0 &&
-            dup2(log, STDERR_FILENO) >= 0)
-        {
-            execlp("dbus-daemon", "dbus-daemon", config.c_str(), "--nofork",
-                   "--nopidfile", "--nosyslog", "--print-address=1", nullptr);
-        }
-        _exit(127);
-    }
-    close(pipeFds[1]);
-    const bool up = daemon > 0 && announced(pipeFds[0]);
-    close(pipeFds[0]);
-    if (!up)
-    {
-        stopDaemon();
-        std::ifstream log(logPath);
-        std::string complaint((std::istreambuf_iterator<char>(log)), {});
         std::filesystem::remove_all(dir);
-        throw std::runtime_error("dbus-daemon did not start: " + complaint);
+        throw;
     }
     if (const char* previous = std::getenv(addressVariable))
     {
         previousAddress = previous;
     }
-    setenv(addressVariable, busAddress.c_str(), 1);
+    setenv(addressVariable, daemon->address().c_str(), 1);
 }
 
 PrivateBus::~PrivateBus()
@@ -137,19 +67,14 @@ PrivateBus::~PrivateBus()
     {
         unsetenv(addressVariable);
     }
-    stopDaemon();
+    daemon.reset();
     std::error_code ignored;
     std::filesystem::remove_all(dir, ignored);
 }
 
-void PrivateBus::stopDaemon()
+void PrivateBus::kill()
 {
-    if (daemon > 0)
-    {
-        kill(daemon, SIGTERM);
-        waitpid(daemon, nullptr, 0);
-    }
-    daemon = -1;
+    daemon.reset();
 }
 
 BusResponder::BusResponder(std::string busName) : busName(std::move(busName))

@@ -3,7 +3,6 @@
 #include "fakes/fake_platform.hpp"
 
 #include <sdbus-c++/sdbus-c++.h>
-#include <sys/types.h>
 
 #include <cstdint>
 #include <filesystem>
@@ -20,6 +19,11 @@
 
 #include <gtest/gtest.h>
 
+namespace ubbsim
+{
+class BusDaemon;
+}
+
 namespace orvane::test
 {
 
@@ -35,21 +39,12 @@ class PrivateBus
     PrivateBus(const PrivateBus&) = delete;
     PrivateBus& operator=(const PrivateBus&) = delete;
 
-    const std::string& address() const
-    {
-        return busAddress;
-    }
-    pid_t pid() const
-    {
-        return daemon;
-    }
+    // Ends the daemon under its clients' feet.
+    void kill();
 
   private:
-    void stopDaemon();
-
     std::filesystem::path dir;
-    std::string busAddress;
-    pid_t daemon = -1;
+    std::unique_ptr<ubbsim::BusDaemon> daemon;
     std::optional<std::string> previousAddress;
 };
 

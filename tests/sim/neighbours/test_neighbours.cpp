@@ -5,7 +5,6 @@
 #include "scenario/scenario_json.hpp"
 
 #include <sdbus-c++/sdbus-c++.h>
-#include <signal.h>
 
 #include <chrono>
 #include <cstdio>
@@ -321,7 +320,7 @@ TEST_F(NeighboursTest, DeadBusEndsLoopsWithoutHanging)
 {
     startWith(json::object());
     client.reset();
-    ASSERT_EQ(kill(bus.pid(), SIGKILL), 0);
+    bus.kill();
     auto deadline = std::chrono::steady_clock::now() + 5s;
     while (neighbours->errors().size() < allNames.size() &&
            std::chrono::steady_clock::now() < deadline)
