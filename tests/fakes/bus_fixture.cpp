@@ -2,35 +2,12 @@
 
 #include "run/bus_daemon.hpp"
 
-#include <cerrno>
 #include <cstdlib>
-#include <cstring>
-#include <stdexcept>
 
 namespace orvane::test
 {
 
-namespace
-{
-
 constexpr const char* addressVariable = "DBUS_SYSTEM_BUS_ADDRESS";
-
-// Unix socket paths are short; a long TMPDIR would not fit.
-std::filesystem::path makeTempDir()
-{
-    std::filesystem::path base = std::filesystem::temp_directory_path();
-    std::string pattern =
-        ((base.native().size() > 60 ? "/tmp" : base) / "orvane-bus-XXXXXX")
-            .string();
-    if (mkdtemp(pattern.data()) == nullptr)
-    {
-        throw std::runtime_error(std::string("mkdtemp: ") +
-                                 std::strerror(errno));
-    }
-    return pattern;
-}
-
-} // namespace
 
 size_t openFileDescriptors()
 {
@@ -39,17 +16,9 @@ size_t openFileDescriptors()
                       std::filesystem::directory_iterator()));
 }
 
-PrivateBus::PrivateBus() : dir(makeTempDir())
+PrivateBus::PrivateBus() :
+    daemon(std::make_unique<ubbsim::BusDaemon>(dir.root().string()))
 {
-    try
-    {
-        daemon = std::make_unique<ubbsim::BusDaemon>(dir.string());
-    }
-    catch (const std::runtime_error&)
-    {
-        std::filesystem::remove_all(dir);
-        throw;
-    }
     if (const char* previous = std::getenv(addressVariable))
     {
         previousAddress = previous;
@@ -67,9 +36,6 @@ PrivateBus::~PrivateBus()
     {
         unsetenv(addressVariable);
     }
-    daemon.reset();
-    std::error_code ignored;
-    std::filesystem::remove_all(dir, ignored);
 }
 
 void PrivateBus::kill()

@@ -43,7 +43,7 @@ class PrivateBus
     void kill();
 
   private:
-    std::filesystem::path dir;
+    TempFileRoot dir;
     std::unique_ptr<ubbsim::BusDaemon> daemon;
     std::optional<std::string> previousAddress;
 };

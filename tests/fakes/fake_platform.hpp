@@ -33,7 +33,8 @@ class FakeShell : public platform::Shell
     std::vector<std::string> recorded;
 };
 
-// Board paths under a fresh temporary directory, removed at the end.
+// Board paths under a fresh temporary directory, removed at the end; its
+// path is short enough for a Unix socket inside.
 class TempFileRoot : public platform::FileRoot
 {
   public:
@@ -43,6 +44,10 @@ class TempFileRoot : public platform::FileRoot
     TempFileRoot& operator=(const TempFileRoot&) = delete;
 
     std::filesystem::path resolve(std::string_view absolute) override;
+    const std::filesystem::path& root() const
+    {
+        return base;
+    }
 
   private:
     std::filesystem::path base;
