@@ -211,26 +211,14 @@ TEST_F(MctpCallTest, CallsCarryTheirArgumentsAndGiveTheResult)
         int result;
         Received sent;
     };
+    // clang-format off
     const Case cases[] = {
-        {[&] {
-             return MctpSendRecv(endpoint, 0x1D, 0xABCD,
-                                 {0x00, 0x7F, 0x80, 0xFF}, response);
-         },
-         0,
-         {"yqay", {0x1D}, 0, 0xABCD, {0x00, 0x7F, 0x80, 0xFF}}},
-        {[&] { return MctpSendRecv(endpoint, 8, 100, {}, response); },
-         0,
-         {"yqay", {8}, 0, 100, {}}},
-        {[] {
-             return MctpSendAddress(endpoint, 0x01, 0x80, 0xFF, true,
-                                    {0x05, 0x06});
-         },
-         -3,
-         {"yyybay", {0x01, 0x80, 0xFF}, 1, 0, {0x05, 0x06}}},
-        {[] { return MctpSendBusOwner(endpoint, 0x09, false, {0xEE}); },
-         -3,
-         {"ybay", {0x09}, 0, 0, {0xEE}}},
+        {[&] { return MctpSendRecv(endpoint, 0x1D, 0xABCD, {0x00, 0x7F, 0x80, 0xFF}, response); }, 0, {"yqay", {0x1D}, 0, 0xABCD, {0x00, 0x7F, 0x80, 0xFF}}},
+        {[&] { return MctpSendRecv(endpoint, 8, 100, {}, response); }, 0, {"yqay", {8}, 0, 100, {}}},
+        {[] { return MctpSendAddress(endpoint, 0x01, 0x80, 0xFF, true, {0x05, 0x06}); }, -3, {"yyybay", {0x01, 0x80, 0xFF}, 1, 0, {0x05, 0x06}}},
+        {[] { return MctpSendBusOwner(endpoint, 0x09, false, {0xEE}); }, -3, {"ybay", {0x09}, 0, 0, {0xEE}}},
     };
+    // clang-format on
     for (const Case& c : cases)
     {
         SCOPED_TRACE(c.sent.signature);

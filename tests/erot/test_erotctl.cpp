@@ -204,24 +204,17 @@ TEST_F(Erotctl, RefusalLinkFailureAndMalformedReplyHaveTheirOwnExitCodes)
 
 TEST_F(Erotctl, BadCommandLinesAreUsageErrorsAndSendNothing)
 {
+    // clang-format off
     const std::vector<std::vector<std::string>> lines = {
-        {},
-        {"no-such-command"},
-        {"bpr", "extra"},
-        {"bpr", "--basic"},
-        {"--frobnicate", "bpr"},
-        {"component-info", "--version"},
-        {"component-info", "--version", "5"},
-        {"component-info", "--version", "0x"},
-        {"--write", "select-flash", "C"},
-        {"--write", "set-auto-arb", "yes"},
-        {"--write", "set-reset-reason", "4294967296"},
-        {"--write", "system-reset", "-1"},
-        {"--write", "persist-set", "0c00"},
-        {"--write", "persist-set", repeated("zz", 16)},
-        {"--write", "set-manageability", "32", "1"},
-        {"--write", "set-manageability", "1"},
+        {}, {"no-such-command"}, {"bpr", "extra"}, {"bpr", "--basic"},
+        {"--frobnicate", "bpr"}, {"component-info", "--version"},
+        {"component-info", "--version", "5"}, {"component-info", "--version", "0x"},
+        {"--write", "select-flash", "C"}, {"--write", "set-auto-arb", "yes"},
+        {"--write", "set-reset-reason", "4294967296"}, {"--write", "system-reset", "-1"},
+        {"--write", "persist-set", "0c00"}, {"--write", "persist-set", repeated("zz", 16)},
+        {"--write", "set-manageability", "32", "1"}, {"--write", "set-manageability", "1"},
         {"--write", "cert-chain", "--out", "/nonexistent/dir/chain.bin"}};
+    // clang-format on
     for (const auto& line : lines)
     {
         erotctl::Outcome outcome = run(line);

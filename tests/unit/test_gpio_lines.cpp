@@ -124,26 +124,14 @@ TEST(GpioFailureTest, EachFailureIsReportedOnce)
         std::vector<std::string> texts;
         size_t journal;
     };
+    // clang-format off
     const Case cases[] = {
-        {pwrEn,
-         [](FakeGpio& g) { g.failRequests(pwrEn, EIO, 1); },
-         {std::strerror(EIO)},
-         1},
-        {pwrEn,
-         [](FakeGpio& g) { g.failGet(pwrEn, EIO); },
-         {error, "] Fail to get value", std::strerror(EIO)},
-         0},
-        {pwrGd,
-         [](FakeGpio& g) { g.setBusy(pwrGd, 1); },
-         {error, "] Error setting gpio as Output: " + std::string(pwrGd),
-          std::strerror(EBUSY)},
-         0},
-        {pwrGd,
-         [](FakeGpio& g) { g.failSet(pwrGd, EIO); },
-         {error, "] Failed to set value for " + std::string(pwrGd),
-          std::strerror(EIO)},
-         0},
+        {pwrEn, [](FakeGpio& g) { g.failRequests(pwrEn, EIO, 1); }, {std::strerror(EIO)}, 1},
+        {pwrEn, [](FakeGpio& g) { g.failGet(pwrEn, EIO); }, {error, "] Fail to get value", std::strerror(EIO)}, 0},
+        {pwrGd, [](FakeGpio& g) { g.setBusy(pwrGd, 1); }, {error, "] Error setting gpio as Output: " + std::string(pwrGd), std::strerror(EBUSY)}, 0},
+        {pwrGd, [](FakeGpio& g) { g.failSet(pwrGd, EIO); }, {error, "] Failed to set value for " + std::string(pwrGd), std::strerror(EIO)}, 0},
     };
+    // clang-format on
     for (const Case& c : cases)
     {
         SCOPED_TRACE(c.texts.back());

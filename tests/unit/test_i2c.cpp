@@ -4,6 +4,8 @@
 #include "utils/i2c_channel.hpp"
 #include "utils/i2c_ops.hpp"
 
+#include <tuple>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -104,64 +106,36 @@ TEST_F(I2cChannelTest, FailedStepsNameTheirEventAndValues)
 {
     struct Case
     {
-        I2cFault fault; // a short count instead of an errno: errno 0
+        Kind kind; // fails once, with this errno or else this short count
+        int error;
+        long shortCount;
         Op op;
         int event;
         const char* text; // empty: the failure is silent
     };
+    // clang-format off
     const Case cases[] = {
-        {{Kind::setSlave, bus, dev, EREMOTEIO, 1},
-         Op::slave,
-         2,
-         "Failed to acquire bus access and/or talk to slave, addr=0x50 "
-         "errno=79 (Remote I/O error)"},
-        {{Kind::write, bus, dev, EREMOTEIO, 1},
-         Op::writeByte,
-         4,
-         "I2C write to memory failed, addr=0x50 mem_addr=0x1a data=0xff "
-         "ret=-1 expected=2 errno=121 (Remote I/O error)"},
-        {{Kind::write, bus, dev, 0, 1, 1},
-         Op::writeBlock,
-         4,
-         "I2C write to memory from buffer failed, addr=0x50 mem_addr=0x1a "
-         "n_bytes=10 ret=1 expected=11 errno=0"},
-        {{Kind::write, bus, dev, ENXIO, 1},
-         Op::readByte,
-         4,
-         "I2C write register address failed, addr=0x50 mem_addr=0x7 "
-         "write_ret=-1 expected=1 errno=6 (No such device or address)"},
-        {{Kind::read, bus, dev, EREMOTEIO, 1},
-         Op::readByte,
-         5,
-         "I2C read from memory failed, addr=0x50 mem_addr=0x7 read_ret=-1 "
-         "expected=1 errno=121 (Remote I/O error)"},
+        {Kind::setSlave, EREMOTEIO, 0, Op::slave, 2, "Failed to acquire bus access and/or talk to slave, addr=0x50 errno=79 (Remote I/O error)"},
+        {Kind::write, EREMOTEIO, 0, Op::writeByte, 4, "I2C write to memory failed, addr=0x50 mem_addr=0x1a data=0xff ret=-1 expected=2 errno=121 (Remote I/O error)"},
+        {Kind::write, 0, 1, Op::writeBlock, 4, "I2C write to memory from buffer failed, addr=0x50 mem_addr=0x1a n_bytes=10 ret=1 expected=11 errno=0"},
+        {Kind::write, ENXIO, 0, Op::readByte, 4, "I2C write register address failed, addr=0x50 mem_addr=0x7 write_ret=-1 expected=1 errno=6 (No such device or address)"},
+        {Kind::read, EREMOTEIO, 0, Op::readByte, 5, "I2C read from memory failed, addr=0x50 mem_addr=0x7 read_ret=-1 expected=1 errno=121 (Remote I/O error)"},
         // A block read's address write fails silently, with event 0.
-        {{Kind::write, bus, dev, ENXIO, 1}, Op::readBlock, 0, ""},
-        {{Kind::read, bus, dev, 0, 1, 2},
-         Op::readBlock,
-         5,
-         "] I2C read from memory failed\n"},
+        {Kind::write, ENXIO, 0, Op::readBlock, 0, ""},
+        {Kind::read, 0, 2, Op::readBlock, 5, "] I2C read from memory failed\n"},
         // An SMBus block read must return the whole length.
-        {{Kind::smbusReadBlock, bus, dev, 0, 1, 1},
-         Op::smbusRead,
-         5,
-         "I2C SMbus read failed, addr=0x50 cmd=0x8b readsize=1 expected=2 "
-         "errno=0"},
-        {{Kind::setPec, bus, dev, EINVAL, 1},
-         Op::pecByte,
-         3,
-         "Failed to set the PEC, value=1 errno=22 (Invalid argument)"},
-        {{Kind::smbusWriteByteData, bus, dev, EREMOTEIO, 1},
-         Op::pecByteData,
-         4,
-         "I2C Write byte data failed, addr=0x50 cmd=0x0 data=0x7 ret=-121 "
-         "errno=121"},
-        {{Kind::rdwr, bus, dev, ENXIO, 1}, Op::read16, 0, ""},
+        {Kind::smbusReadBlock, 0, 1, Op::smbusRead, 5, "I2C SMbus read failed, addr=0x50 cmd=0x8b readsize=1 expected=2 errno=0"},
+        {Kind::setPec, EINVAL, 0, Op::pecByte, 3, "Failed to set the PEC, value=1 errno=22 (Invalid argument)"},
+        {Kind::smbusWriteByteData, EREMOTEIO, 0, Op::pecByteData, 4, "I2C Write byte data failed, addr=0x50 cmd=0x0 data=0x7 ret=-121 errno=121"},
+        {Kind::rdwr, ENXIO, 0, Op::read16, 0, ""},
     };
+    // clang-format on
     for (const Case& c : cases)
     {
         SCOPED_TRACE(c.text);
-        fake.i2c.inject(c.fault);
+        fake.i2c.inject(
+            {c.kind, bus, dev, c.error, 1,
+             c.shortCount ? std::optional(c.shortCount) : std::nullopt});
         event = -1;
         std::string out =
             console([&] { EXPECT_FALSE(perform(channel, c.op, &event)); });
@@ -418,16 +392,12 @@ TEST_F(I2cRetryTest, DeadDeviceIsReportedOnEveryAttempt)
                   "VR12 page failure. Retry " + std::to_string(i + 1));
         EXPECT_EQ(calls[i].level, i < 2 ? level::WARNING : level::CRITICAL);
     }
-    const I2CLogData& data = *calls[2].i2c;
-    EXPECT_TRUE(calls[2].flag);
-    EXPECT_TRUE(data.writeFailed);
-    EXPECT_EQ(data.bus, bus);
-    EXPECT_EQ(data.address, dev);
-    EXPECT_EQ(data.reg, reg);
-    EXPECT_EQ(data.writeLength, 1);
-    EXPECT_EQ(data.writeBuffer, &out);
-    EXPECT_EQ(data.readLength, 1);
-    EXPECT_EQ(data.readBuffer, &in);
+    const I2CLogData& d = *calls[2].i2c;
+    EXPECT_EQ(std::tuple(calls[2].flag, d.writeFailed, int{d.bus}, d.address,
+                         d.reg, d.writeLength, d.writeBuffer, d.readLength,
+                         d.readBuffer),
+              std::tuple(true, true, bus, uint16_t{dev}, uint16_t{reg}, 1U,
+                         &out, 1U, &in));
     // A retry starts over: open, address, and the write again.
     EXPECT_EQ(fake.i2c.operations(Kind::open).size(), 3);
     EXPECT_EQ(fake.i2c.operations(Kind::write).size(), 3);

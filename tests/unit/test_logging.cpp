@@ -8,6 +8,7 @@
 #include <ctime>
 #include <iomanip>
 #include <sstream>
+#include <tuple>
 #include <utility>
 
 #include <gtest/gtest.h>
@@ -98,11 +99,10 @@ TEST_F(LoggingTest, I2cRecordFlagsFollowTheCode)
         auto calls = fake.zellib.calls(ZellibCall::Kind::i2cLog);
         ASSERT_EQ(calls.size(), 1U) << code;
         const I2CLogData& r = *calls[0].i2c;
-        EXPECT_EQ(r.noAccess, code <= 2) << code;
-        EXPECT_EQ(r.writeFailed, code == 4) << code;
-        EXPECT_EQ(r.readFailed, code == 5) << code;
-        EXPECT_EQ(r.otherFailure, code == 6) << code;
-        EXPECT_EQ(r.message, "msg");
+        EXPECT_EQ(std::tuple(r.noAccess, r.writeFailed, r.readFailed,
+                             r.otherFailure, r.message),
+                  std::tuple(code <= 2, code == 4, code == 5, code == 6, "msg"))
+            << code;
     }
 
     fake.zellib.clear();

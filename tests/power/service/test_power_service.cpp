@@ -458,17 +458,15 @@ TEST_F(PowerGoodReadingTest, DiagnosticEventsOnlyWithBothPowersOn)
         std::string argument; // empty: no event
         std::string textEnd;
     };
+    // clang-format off
     const Case cases[] = {
-        {14, 0x27, 0x04, 0x07, "HSC power good,Critical Value 0x7",
-         "(Not equal 0x0f). I2C bus 14; Slave address 0x27; Register offset "
-         "0x04; Reading value: 0x7"},
+        {14, 0x27, 0x04, 0x07, "HSC power good,Critical Value 0x7", "(Not equal 0x0f). I2C bus 14; Slave address 0x27; Register offset 0x04; Reading value: 0x7"},
         {14, 0x27, 0x04, 0xEF, "", ""},
         // Compared with 0xFF although the text names 0xcf.
-        {4, 0x25, 0x03, 0xCF, "UBB power good,Critical Value 0xCF",
-         "(Not equal 0xcf). I2C bus 4; Slave address 0x25; Register offset "
-         "0x03; Reading value: 0xcf"},
+        {4, 0x25, 0x03, 0xCF, "UBB power good,Critical Value 0xCF", "(Not equal 0xcf). I2C bus 4; Slave address 0x25; Register offset 0x03; Reading value: 0xcf"},
         {4, 0x25, 0x01, 0x01, "", ""}, // not a watched register
     };
+    // clang-format on
     for (const Case& c : cases)
     {
         for (bool base : {false, true})
@@ -556,16 +554,14 @@ TEST_P(UpdateBitsTest, ReadModifyWrite)
 {
     fake.i2c.setRegister(bus, device, reg, 0x41);
     EXPECT_TRUE(update(0x02, true, true));
-    EXPECT_EQ(written, 0x43);
-    EXPECT_EQ(readback, 0x43);
-    EXPECT_EQ(count(Kind::smbusReadBlock), 2u);
+    EXPECT_EQ(std::tuple(written, readback, count(Kind::smbusReadBlock)),
+              std::tuple(0x43, 0x43, 2U));
     EXPECT_THAT(fake.i2c.operations(Kind::write)[0].bytes,
                 ElementsAre(reg, 0x43));
 
     EXPECT_TRUE(update(0xBF, false, false));
-    EXPECT_EQ(written, 0x03);
-    EXPECT_EQ(readback, 0x00);
-    EXPECT_EQ(count(Kind::smbusReadBlock), 1u);
+    EXPECT_EQ(std::tuple(written, readback, count(Kind::smbusReadBlock)),
+              std::tuple(0x03, 0x00, 1U));
 }
 
 // A device that drops a bit it was given: the read-back shows what it kept.

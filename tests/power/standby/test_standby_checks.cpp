@@ -423,25 +423,13 @@ TEST(ProductTest, MixedProductsAreRefused)
     constexpr int u = productUnknown;
     constexpr int k30 = productKV30;
     constexpr int k35 = productKV35;
+    // clang-format off
     const std::vector<MixCase> cases{
-        {"all unknown",
-         {u, u, u, u, u, u, u, u, k35},
-         true,
-         {"No valid OAM products found (all Unknown)",
-          "OAM_7: Product name is Unknown (physical or FRU missing)"},
-         {}},
-        {"third differs",
-         {k35, k35, k30, u, u, u, u, u, k35},
-         false,
-         {"OAM_2: Mixed OAM is detected.", "OAM_2: Different product with "
-                                           "UBB."},
-         {"OAM_1: Mixed", "OAM_1: Different"}},
-        {"one OAM against another UBB",
-         {u, u, k35, u, u, u, u, u, k30},
-         true,
-         {},
-         {"Different"}},
+        {"all unknown", {u, u, u, u, u, u, u, u, k35}, true, {"No valid OAM products found (all Unknown)", "OAM_7: Product name is Unknown (physical or FRU missing)"}, {}},
+        {"third differs", {k35, k35, k30, u, u, u, u, u, k35}, false, {"OAM_2: Mixed OAM is detected.", "OAM_2: Different product with UBB."}, {"OAM_1: Mixed", "OAM_1: Different"}},
+        {"one OAM against another UBB", {u, u, k35, u, u, u, u, u, k30}, true, {}, {"Different"}},
     };
+    // clang-format on
     for (const MixCase& c : cases)
     {
         SCOPED_TRACE(c.name);
