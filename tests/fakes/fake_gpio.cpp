@@ -75,23 +75,15 @@ class FakeGpio::Handle : public platform::GpioLine
     void release() override
     {
         std::lock_guard lock(owner.mutex);
-        auto found = owner.lines.find(name);
-        if (found != owner.lines.end() && found->second.holder == this)
-        {
-            found->second.holder = nullptr;
-        }
+        Line& line = existing();
+        line.holder = line.holder == this ? nullptr : line.holder;
     }
 
   private:
+    // Lines are only ever added.
     Line& existing()
     {
-        auto found = owner.lines.find(name);
-        if (found == owner.lines.end())
-        {
-            // The chip went away under the handle.
-            fail(ENODEV, "GPIO line is gone");
-        }
-        return found->second;
+        return owner.lines.at(name);
     }
 
     FakeGpio& owner;

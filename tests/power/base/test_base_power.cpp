@@ -677,23 +677,25 @@ TEST(PowerMonitorErrorHandle, EachEventHasItsConsequence)
         uint32_t event;
         const char* report; // message id of the critical entry, if any
         bool downRequest;   // baseDownRequest after, from true
+        bool logged;        // a "PowerMonitor " line
     };
     const Case cases[] = {
-        {1, "UBBPowerStatusCritical", true},
-        {5, "UBBPowerStatusCritical", true},
-        {6, nullptr, true},
-        {11, nullptr, true},
-        {12, "OAMPowerStatusCritical", true},
-        {13, "OAMPowerStatusCritical", true},
-        {14, nullptr, false},
-        {16, nullptr, false},
-        {17, "OAMPowerStatusCritical", true},
-        {18, "OAMPowerStatusCritical", true},
-        {19, nullptr, false},
-        {0, nullptr, false},
+        {1, "UBBPowerStatusCritical", true, false},
+        {5, "UBBPowerStatusCritical", true, false},
+        {6, nullptr, true, true},
+        {11, nullptr, true, true},
+        {12, "OAMPowerStatusCritical", true, true},
+        {13, "OAMPowerStatusCritical", true, true},
+        {14, nullptr, false, false},
+        {16, nullptr, false, false},
+        {17, "OAMPowerStatusCritical", true, true},
+        {18, "OAMPowerStatusCritical", true, true},
+        {19, nullptr, false, false},
+        {0, nullptr, false, false},
     };
     for (const Case& c : cases)
     {
+        SCOPED_TRACE(c.event);
         FakePlatform fake;
         OrvaneSvcState state;
         state.sequenceEvent = c.event;
@@ -701,21 +703,11 @@ TEST(PowerMonitorErrorHandle, EachEventHasItsConsequence)
 
         std::string out = console([&] { PWRMON_errorHandle(state); });
 
-        EXPECT_EQ(state.baseDownRequest, c.downRequest) << c.event;
+        EXPECT_EQ(state.baseDownRequest, c.downRequest);
         auto entries = fake.zellib.calls(ZellibCall::Kind::nvLog);
-        if (c.report == nullptr)
-        {
-            EXPECT_THAT(entries, IsEmpty()) << c.event;
-        }
-        else
-        {
-            ASSERT_THAT(entries, SizeIs(1)) << c.event;
-            EXPECT_EQ(entries[0].messageId, c.report);
-        }
-        const bool logged = occurrences(out, "PowerMonitor ") > 0;
-        EXPECT_EQ(logged, c.event >= 6 && c.event <= 18 && c.event != 14 &&
-                              c.event != 15 && c.event != 16)
-            << c.event;
+        ASSERT_THAT(entries, SizeIs(c.report == nullptr ? 0 : 1));
+        EXPECT_TRUE(entries.empty() || entries[0].messageId == c.report);
+        EXPECT_EQ(occurrences(out, "PowerMonitor ") > 0, c.logged);
     }
 }
 
@@ -822,14 +814,13 @@ TEST(RmEfuse, FaultOrMissingRmFailsTheCheck)
         uint32_t result;
         const char* line;
     };
+    // clang-format off
     const Case cases[] = {
         {{}, 1, ""},
         {{efuse}, 0, "RM2 detect the eFuse state fault,eFuse value 0x1"},
-        {{silent(7, 0x56)},
-         0,
-         "Fail to read RM2(channel 7) slave address 0x56 register address "
-         "0xf24b"},
+        {{silent(7, 0x56)}, 0, "Fail to read RM2(channel 7) slave address 0x56 register address 0xf24b"},
     };
+    // clang-format on
     for (const Case& c : cases)
     {
         VirtualBoardFixture fx(runningWith(c.faults));
