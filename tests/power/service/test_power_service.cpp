@@ -416,7 +416,6 @@ class PowerGoodReadingTest : public ::testing::Test
     bool wait(int bus, uint8_t address, uint8_t reg, uint8_t raw, uint8_t mask,
               bool on)
     {
-        fake.i2c.addDevice(bus, address);
         fake.i2c.setRegister(bus, address, reg, raw);
         int errorCode = 0;
         return WaitPowerGood(state, errorCode, bus, address, reg, mask, on,

@@ -23,6 +23,7 @@ namespace
 
 using namespace std::chrono_literals;
 using namespace ::testing;
+using Kind = I2cOp::Kind;
 using Write = std::pair<uint8_t, std::vector<uint8_t>>;
 
 class HotswapTest : public VrInfoTest
@@ -31,11 +32,9 @@ class HotswapTest : public VrInfoTest
     void SetUp() override
     {
         // Every rail reads good at once.
-        platform.i2c.addDevice(4, 0x25);
         platform.i2c.setRegisters(4, 0x25, 0x01, {0xFF, 0xFF, 0xFF, 0xFF});
         for (uint8_t address : {0x1E, 0x1C, 0x1D, 0x11, 0x13})
         {
-            platform.i2c.addDevice(4, address);
             platform.i2c.setRegister(4, address, 0xD1, 0x01);
         }
     }
@@ -43,7 +42,7 @@ class HotswapTest : public VrInfoTest
     std::vector<Write> hotswapWrites()
     {
         std::vector<Write> writes;
-        for (const I2cOp& op : platform.i2c.operations(I2cOp::Kind::write))
+        for (const I2cOp& op : platform.i2c.operations(Kind::write))
         {
             if (op.bus == 4 && op.address != 0x25)
             {
@@ -115,7 +114,7 @@ class VrAddressTest : public VrInfoTest
     std::vector<uint8_t> probedAddresses()
     {
         std::vector<uint8_t> addresses;
-        for (const I2cOp& op : platform.i2c.operations(I2cOp::Kind::write))
+        for (const I2cOp& op : platform.i2c.operations(Kind::write))
         {
             addresses.push_back(op.address);
         }
@@ -209,7 +208,6 @@ class DacTest : public ::testing::Test
     // OAMs 1 and 2 in their slots (PRSNT low), both DACs at `setting`.
     void SetUp() override
     {
-        platform.i2c.addDevice(3, 0x56);
         platform.i2c.setRegister(3, 0x56, 0x63, 0xF9);
         platform.i2c.addDevice(2, 0x70);
         platform.i2c.addDevice(2, 0x60);
@@ -221,11 +219,6 @@ class DacTest : public ::testing::Test
                                   {0x00, 0x01, 0x00,
                                    static_cast<uint8_t>(setting & 0xFF),
                                    static_cast<uint8_t>(setting >> 8)});
-    }
-
-    std::vector<I2cOp> ops(I2cOp::Kind kind)
-    {
-        return platform.i2c.operations(kind);
     }
 
     FakePlatform platform;
@@ -254,13 +247,13 @@ TEST_F(DacTest, EachProductHoldsItsOwnSetting)
         EXPECT_TRUE(CheckDacConfig(state));
 
         std::vector<uint16_t> muxBytes;
-        for (const I2cOp& op : ops(I2cOp::Kind::smbusWriteByte))
+        for (const I2cOp& op : platform.i2c.operations(Kind::smbusWriteByte))
         {
             muxBytes.push_back(op.command);
         }
         EXPECT_THAT(muxBytes, ElementsAre(0x02, 0x04));
-        EXPECT_THAT(ops(I2cOp::Kind::smbusReadBlock), SizeIs(3));
-        auto updates = ops(I2cOp::Kind::smbusWriteBlock);
+        EXPECT_THAT(platform.i2c.operations(Kind::smbusReadBlock), SizeIs(3));
+        auto updates = platform.i2c.operations(Kind::smbusWriteBlock);
         if (c.update.empty())
         {
             EXPECT_THAT(updates, IsEmpty());
@@ -278,17 +271,17 @@ TEST_F(DacTest, UnreachableDacEndsTheWalkButNotTheCheck)
 {
     productTable[ubbProductIndex] = productKV35;
     dac(0xE002);
-    platform.i2c.inject({I2cOp::Kind::smbusWriteByte, 2, 0x70, EIO, 1});
+    platform.i2c.inject({Kind::smbusWriteByte, 2, 0x70, EIO, 1});
     EXPECT_TRUE(CheckDacConfig(state));
-    EXPECT_THAT(ops(I2cOp::Kind::smbusWriteByte), SizeIs(1));
-    EXPECT_THAT(ops(I2cOp::Kind::smbusWriteBlock), IsEmpty());
+    EXPECT_THAT(platform.i2c.operations(Kind::smbusWriteByte), SizeIs(1));
+    EXPECT_THAT(platform.i2c.operations(Kind::smbusWriteBlock), IsEmpty());
     EXPECT_EQ(platform.i2c.openDescriptors(), 0);
 
     // Without the presence reading there is nothing to walk.
     platform.i2c.clearOperations();
     platform.i2c.removeDevice(3, 0x56);
     EXPECT_FALSE(CheckDacConfig(state));
-    EXPECT_THAT(ops(I2cOp::Kind::smbusWriteByte), IsEmpty());
+    EXPECT_THAT(platform.i2c.operations(Kind::smbusWriteByte), IsEmpty());
     clearProducts();
 }
 
@@ -300,10 +293,7 @@ class WarmBootTest : public ::testing::Test
                uint8_t ctfN)
     {
         platform.devMem.word = reason;
-        platform.i2c.addDevice(3, 0x56);
-        platform.i2c.setRegister(3, 0x56, 0x63, presentN);
-        platform.i2c.setRegister(3, 0x56, 0x60, host);
-        platform.i2c.setRegister(3, 0x56, 0x61, module);
+        platform.i2c.setRegisters(3, 0x56, 0x60, {host, module, 0, presentN});
         platform.i2c.setRegister(3, 0x56, 0xC0, ctfN);
     }
 
@@ -376,7 +366,7 @@ TEST_F(WarmBootTest, EveryFittedOamMustStillBeGood)
 TEST_F(WarmBootTest, FailedReadNamesItsRegister)
 {
     board(0x1000, 0x00, 0xFF, 0xFF, 0xFF);
-    platform.i2c.inject({I2cOp::Kind::smbusReadBlock, 3, 0x56});
+    platform.i2c.inject({Kind::smbusReadBlock, 3, 0x56});
     EXPECT_EQ(check(), 0U);
     EXPECT_THAT(out, HasSubstr("Fail to read channel 3 slave address 0x56 "
                                "register address 0x63"));

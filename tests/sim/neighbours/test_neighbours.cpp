@@ -22,6 +22,7 @@ using namespace std::chrono_literals;
 using nlohmann::json;
 using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::Field;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
@@ -46,13 +47,9 @@ TEST(FruObjects, AbsentModulesAndFieldsAreNotPublished)
       "ubb": {"fru": {"present": false}}
     })"));
     std::vector<FruObject> objects = fruObjects(scenario);
-    std::vector<std::string> published;
-    for (const FruObject& object : objects)
-    {
-        published.push_back(object.path);
-    }
     const std::string root = fruRoot;
-    ASSERT_THAT(published, ElementsAre(root + "/OAM_0", root + "/OAM_2"));
+    ASSERT_THAT(objects, ElementsAre(Field(&FruObject::path, root + "/OAM_0"),
+                                     Field(&FruObject::path, root + "/OAM_2")));
     const FruObject* two = &objects[1];
     EXPECT_FALSE(two->properties.contains("MULTIRECORD_THERMAL_MODEL"));
     EXPECT_FALSE(two->properties.contains("PRODUCT_VERSION"));
