@@ -272,11 +272,6 @@ std::vector<ZellibCall> PowerBoard::events(const std::string& text,
     return found;
 }
 
-std::vector<ZellibCall> PowerBoard::nvEvents(const std::string& messageId) const
-{
-    return eventsWithId(fx.fake.zellib, messageId);
-}
-
 uint32_t PowerBoard::run(uint32_t (*sequence)(OrvaneSvcState&))
 {
     uint32_t result = 0;

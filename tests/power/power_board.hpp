@@ -118,7 +118,6 @@ class PowerBoard
     // this message id if one is given.
     std::vector<ZellibCall> events(const std::string& text,
                                    const std::string& messageId = "") const;
-    std::vector<ZellibCall> nvEvents(const std::string& messageId) const;
 
     // Runs one sequence; its console text stays in `out`.
     uint32_t run(uint32_t (*sequence)(OrvaneSvcState&));

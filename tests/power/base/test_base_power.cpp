@@ -599,8 +599,8 @@ void round(PowerBoard& b)
 
 size_t criticalReports(const PowerBoard& b)
 {
-    return b.nvEvents("UBBPowerStatusCritical").size() +
-           b.nvEvents("OAMPowerStatusCritical").size();
+    return eventsWithId(b.fx.fake.zellib, "UBBPowerStatusCritical").size() +
+           eventsWithId(b.fx.fake.zellib, "OAMPowerStatusCritical").size();
 }
 
 TEST(PowerMonitorRound, LostK517RailIsOnlyNoted)
@@ -632,7 +632,7 @@ TEST(PowerMonitorRound, LostModuleEndsBasePowerUnlessOamZeroWasDown)
     EXPECT_EQ(lostOams[0].arg1, "OAM_4 module power good,Critical");
     EXPECT_EQ(lostOams[0].messageId, criticalOem);
     EXPECT_EQ(lostOams[0].level, 2);
-    auto reports = b.nvEvents("OAMPowerStatusCritical");
+    auto reports = eventsWithId(b.fx.fake.zellib, "OAMPowerStatusCritical");
     ASSERT_THAT(reports, SizeIs(1));
     EXPECT_EQ(reports[0].arg1, "Module");
     EXPECT_THAT(b.out, HasSubstr("PowerMonitor Module fail."));
