@@ -211,8 +211,12 @@ TEST_F(I2cChannelTest, TransfersMoveTheRegisters)
 
     // PEC wraps the SMBus write only when asked for.
     fake.i2c.clearOperations();
-    EXPECT_TRUE(channel.SmbusWriteByteData(&event, dev, 0x00, 0x01, true));
-    EXPECT_TRUE(channel.SmbusWriteByte(&event, dev, 0x03, false));
+    event = -1;
+    out = console([&] {
+        EXPECT_TRUE(channel.SmbusWriteByteData(&event, dev, 0x00, 0x01, true));
+        EXPECT_TRUE(channel.SmbusWriteByte(&event, dev, 0x03, false));
+    });
+    EXPECT_EQ(std::tuple(event, out), std::tuple(0, ""));
     EXPECT_EQ(fake.i2c.registerValue(bus, dev, 0x00), 0x01);
     EXPECT_EQ(kinds(fake.i2c),
               (std::vector<Kind>{Kind::setSlave, Kind::setPec,
