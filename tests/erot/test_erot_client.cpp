@@ -8,7 +8,6 @@
 #include "fakes/bus_fixture.hpp"
 #include "fakes/console_capture.hpp"
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>

@@ -2,6 +2,7 @@
 
 #include "run/bus_daemon.hpp"
 
+#include <chrono>
 #include <cstdlib>
 
 namespace orvane::test
@@ -24,6 +25,23 @@ PrivateBus::PrivateBus() :
         previousAddress = previous;
     }
     setenv(addressVariable, daemon->address().c_str(), 1);
+    // The socket is there from bind(), a moment before the daemon listens.
+    for (int tries = 1;; ++tries)
+    {
+        try
+        {
+            (void)sdbus::createSystemBusConnection();
+            return;
+        }
+        catch (const sdbus::Error&)
+        {
+            if (tries == 1000)
+            {
+                throw;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+    }
 }
 
 PrivateBus::~PrivateBus()

@@ -5,7 +5,6 @@
 #include <sdbus-c++/sdbus-c++.h>
 
 #include <cstdint>
-#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>

@@ -122,16 +122,11 @@ void FakeGpio::failRequests(const std::string& name, int error, int requests)
     lines.at(name).failingRequests = requests;
 }
 
-void FakeGpio::failGet(const std::string& name, int error)
+void FakeGpio::failAccess(const std::string& name, int getError, int setError)
 {
     std::lock_guard lock(mutex);
-    lines.at(name).getError = error;
-}
-
-void FakeGpio::failSet(const std::string& name, int error)
-{
-    std::lock_guard lock(mutex);
-    lines.at(name).setError = error;
+    lines.at(name).getError = getError;
+    lines.at(name).setError = setError;
 }
 
 bool FakeGpio::isRequested(const std::string& name) const

@@ -43,13 +43,8 @@ class FakeGpio : public platform::Gpio
     // request that fails this way counts in requests().
     void failRequests(const std::string& name, int error,
                       int requests = always);
-    void setBusy(const std::string& name, int requests = always)
-    {
-        failRequests(name, EBUSY, requests);
-    }
-    // getValue or setValue throw this errno; 0 lets them work again.
-    void failGet(const std::string& name, int error);
-    void failSet(const std::string& name, int error);
+    // getValue and setValue throw these errnos; 0 lets them work.
+    void failAccess(const std::string& name, int getError, int setError);
 
     bool isRequested(const std::string& name) const;
     // Of one line, or of all with an empty name.

@@ -65,6 +65,11 @@ ubbsim::Fault silent(int bus, int address);
 void hostAt(ubbsim::Scenario& scenario, double seconds,
             ubbsim::HostAction::Kind kind);
 
+// The product scan's request for a new look at the FRUs.
+inline constexpr const char* rescan =
+    "busctl call xyz.openbmc_project.FruDevice /xyz/openbmc_project/FruDevice "
+    "xyz.openbmc_project.FruDeviceManager ReScan";
+
 // Non-volatile events with this id.
 std::vector<ZellibCall> eventsWithId(const RecordingZellib& zellib,
                                      const std::string& messageId);

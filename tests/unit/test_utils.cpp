@@ -530,14 +530,14 @@ TEST_F(GpioTest, UnknownLineWarnsAndKeepsTheValue)
 // most: the last may still get the line.
 TEST_F(GpioTest, LineBusyForeverIsReportedToTheJournal)
 {
-    platform.gpio.setBusy(pwrEn, 9'999);
+    platform.gpio.failRequests(pwrEn, EBUSY, 9'999);
     int value = -1;
     EXPECT_TRUE(GetGPIOValue(pwrEn, value));
     EXPECT_EQ(value, 1);
     EXPECT_THAT(platform.gpio.requests(pwrEn), SizeIs(10'000));
     EXPECT_THAT(platform.journal.entries(), IsEmpty());
 
-    platform.gpio.setBusy(pwrEn);
+    platform.gpio.failRequests(pwrEn, EBUSY);
     value = 5;
     std::string out =
         console([&] { EXPECT_FALSE(GetGPIOValue(pwrEn, value)); });
@@ -577,9 +577,9 @@ TEST(GpioFailureTest, EachFailureIsReportedOnce)
     // clang-format off
     const Case cases[] = {
         {pwrEn, [](FakeGpio& g) { g.failRequests(pwrEn, EIO, 1); }, {std::strerror(EIO)}, 1},
-        {pwrEn, [](FakeGpio& g) { g.failGet(pwrEn, EIO); }, {error, "] Fail to get value", std::strerror(EIO)}, 0},
-        {pwrGd, [](FakeGpio& g) { g.setBusy(pwrGd, 1); }, {error, "] Error setting gpio as Output: " + std::string(pwrGd), std::strerror(EBUSY)}, 0},
-        {pwrGd, [](FakeGpio& g) { g.failSet(pwrGd, EIO); }, {error, "] Failed to set value for " + std::string(pwrGd), std::strerror(EIO)}, 0},
+        {pwrEn, [](FakeGpio& g) { g.failAccess(pwrEn, EIO, 0); }, {error, "] Fail to get value", std::strerror(EIO)}, 0},
+        {pwrGd, [](FakeGpio& g) { g.failRequests(pwrGd, EBUSY, 1); }, {error, "] Error setting gpio as Output: " + std::string(pwrGd), std::strerror(EBUSY)}, 0},
+        {pwrGd, [](FakeGpio& g) { g.failAccess(pwrGd, 0, EIO); }, {error, "] Failed to set value for " + std::string(pwrGd), std::strerror(EIO)}, 0},
     };
     // clang-format on
     for (const Case& c : cases)

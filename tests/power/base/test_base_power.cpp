@@ -35,9 +35,6 @@ constexpr int fpga = 3;
 constexpr uint8_t fpgaAddress = 0x56;
 constexpr int smc = 4;
 constexpr uint8_t smcAddress = 0x25;
-constexpr const char* rescan =
-    "busctl call xyz.openbmc_project.FruDevice /xyz/openbmc_project/FruDevice "
-    "xyz.openbmc_project.FruDeviceManager ReScan";
 
 ubbsim::Scenario enabledAt(double seconds)
 {

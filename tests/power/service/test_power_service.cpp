@@ -16,7 +16,6 @@
 #include <sdbus-c++/sdbus-c++.h>
 #include <systemd/sd-bus.h>
 
-#include <atomic>
 #include <chrono>
 #include <map>
 #include <memory>

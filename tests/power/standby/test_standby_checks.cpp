@@ -470,9 +470,6 @@ TEST(ProductTest, ScanGivesUpAfterFiveRoundsWithoutAnOam)
     clearProducts();
 }
 
-const std::string rescan =
-    "busctl call xyz.openbmc_project.FruDevice /xyz/openbmc_project/FruDevice "
-    "xyz.openbmc_project.FruDeviceManager ReScan";
 const std::string rmRecovery = "/usr/share/images/rm_recovery.sh 2>&1 | tee "
                                "/run/initramfs/log_nv/rm_recovery.log";
 
