@@ -3,11 +3,11 @@
 #include "utils/dbus_handler.hpp"
 #include "utils/mctp_call.hpp"
 
-#include <systemd/sd-bus.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <functional>
+#include <tuple>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -117,36 +117,34 @@ struct Received
 
 // Reads a call's arguments as its signature says: bytes into scalars, the
 // q into timeout, the boolean into flag, and the array that ends them.
-int readArguments(sd_bus_message* call, Received& got)
+void readArguments(sdbus::MethodCall& call, Received& got)
 {
     got = {};
-    got.signature = sd_bus_message_get_signature(call, 1);
-    for (char type : got.signature.substr(0, got.signature.size() - 2))
+    std::string type;
+    std::string contents;
+    for (call.peekType(type, contents); type != "a";
+         call.peekType(type, contents))
     {
-        union
+        got.signature += type;
+        uint8_t byte = 0;
+        bool flag = false;
+        if (type == "y")
         {
-            uint8_t byte;
-            uint16_t word;
-            int flag;
-        } value{};
-        int r = sd_bus_message_read_basic(call, type, &value);
-        if (r < 0)
-        {
-            return r;
+            call >> byte;
+            got.scalars.push_back(byte);
         }
-        if (type == 'y')
+        else if (type == "q")
         {
-            got.scalars.push_back(value.byte);
+            call >> got.timeout;
         }
-        got.timeout = type == 'q' ? value.word : got.timeout;
-        got.flag = type == 'b' ? static_cast<unsigned>(value.flag) : got.flag;
+        else
+        {
+            call >> flag;
+            got.flag = flag;
+        }
     }
-    const void* data = nullptr;
-    size_t size = 0;
-    int r = sd_bus_message_read_array(call, 'y', &data, &size);
-    const auto* bytes = static_cast<const uint8_t*>(data);
-    got.bytes.assign(bytes, bytes + (r >= 0 ? size : 0));
-    return r;
+    got.signature += "a" + contents;
+    call >> got.bytes;
 }
 
 class MctpCallTest : public BusTest
@@ -158,20 +156,20 @@ class MctpCallTest : public BusTest
     void startEndpoint(const std::string& recvResult = "ay")
     {
         auto handler = [this](bool bytesReply) {
-            return [this, bytesReply](sd_bus_message* call,
-                                      sd_bus_message* reply) {
-                int r = readArguments(call, received);
-                if (r < 0 || failWith != 0)
+            return [this, bytesReply](sdbus::MethodCall& call,
+                                      sdbus::MethodReply& reply) {
+                readArguments(call, received);
+                if (failWith != 0)
                 {
-                    return r < 0 ? r : failWith;
+                    return failWith;
                 }
                 if (bytesReply && !recvAsInt)
                 {
-                    return sd_bus_message_append_array(
-                        reply, 'y', answer.data(), answer.size());
+                    reply << answer;
+                    return 0;
                 }
-                return sd_bus_message_append(reply, "i",
-                                             bytesReply ? 0 : result);
+                reply << (bytesReply ? 0 : result);
+                return 0;
             };
         };
         peer.addMethod(endpoint.path, endpoint.interface, "MctpSendRecv",
@@ -198,67 +196,50 @@ class MctpCallTest : public BusTest
     Received received;
 };
 
-TEST_F(MctpCallTest, SendRecvCarriesItsArgumentsAndAppendsTheReply)
+// Each call carries its arguments in its own signature. The bytes method
+// appends the reply; the others give the endpoint's result, a negative one
+// included, as a result and not a failure.
+TEST_F(MctpCallTest, CallsCarryTheirArgumentsAndGiveTheResult)
 {
     answer = {0x01, 0x00, 0xFE};
+    result = -3;
     startEndpoint();
     Bytes response = {0xAA};
+    struct Case
+    {
+        std::function<int()> call;
+        int result;
+        Received sent;
+    };
+    // clang-format off
+    const Case cases[] = {
+        {[&] { return MctpSendRecv(endpoint, 0x1D, 0xABCD, {0x00, 0x7F, 0x80, 0xFF}, response); }, 0, {"yqay", {0x1D}, 0, 0xABCD, {0x00, 0x7F, 0x80, 0xFF}}},
+        {[&] { return MctpSendRecv(endpoint, 8, 100, {}, response); }, 0, {"yqay", {8}, 0, 100, {}}},
+        {[] { return MctpSendAddress(endpoint, 0x01, 0x80, 0xFF, true, {0x05, 0x06}); }, -3, {"yyybay", {0x01, 0x80, 0xFF}, 1, 0, {0x05, 0x06}}},
+        {[] { return MctpSendBusOwner(endpoint, 0x09, false, {0xEE}); }, -3, {"ybay", {0x09}, 0, 0, {0xEE}}},
+    };
+    // clang-format on
+    for (const Case& c : cases)
+    {
+        SCOPED_TRACE(c.sent.signature);
+        int r = 0;
+        EXPECT_EQ(console([&] { r = c.call(); }), "");
+        EXPECT_EQ(r, c.result);
+        Received got = seen();
+        EXPECT_EQ(std::tie(got.signature, got.scalars, got.flag, got.timeout,
+                           got.bytes),
+                  std::tie(c.sent.signature, c.sent.scalars, c.sent.flag,
+                           c.sent.timeout, c.sent.bytes));
+    }
+    EXPECT_THAT(response, ElementsAre(0xAA, 1, 0, 0xFE, 1, 0, 0xFE));
 
-    int r = 0;
-    std::string out = console([&] {
-        r = MctpSendRecv(endpoint, 0x1D, 0xABCD, {0x00, 0x7F, 0x80, 0xFF},
-                         response);
-    });
-
-    EXPECT_EQ(r, 0);
-    EXPECT_THAT(out, IsEmpty());
-    EXPECT_THAT(response, ElementsAre(0xAA, 0x01, 0x00, 0xFE));
-    Received got = seen();
-    EXPECT_EQ(got.signature, "yqay");
-    EXPECT_THAT(got.scalars, ElementsAre(0x1D));
-    EXPECT_EQ(got.timeout, 0xABCD);
-    EXPECT_THAT(got.bytes, ElementsAre(0x00, 0x7F, 0x80, 0xFF));
-
-    // Empty arrays both ways.
+    // An empty reply appends nothing.
     {
         auto lock = peer.hold();
         answer.clear();
     }
     EXPECT_EQ(MctpSendRecv(endpoint, 8, 100, {}, response), 0);
-    EXPECT_THAT(response, ElementsAre(0xAA, 0x01, 0x00, 0xFE));
-    EXPECT_THAT(seen().bytes, IsEmpty());
-}
-
-TEST_F(MctpCallTest, SendAddressAndBusOwnerReturnTheResult)
-{
-    result = 42;
-    startEndpoint();
-
-    EXPECT_EQ(MctpSendAddress(endpoint, 0x01, 0x80, 0xFF, true, {0x05, 0x06}),
-              42);
-
-    Received got = seen();
-    EXPECT_EQ(got.signature, "yyybay");
-    EXPECT_THAT(got.scalars, ElementsAre(0x01, 0x80, 0xFF));
-    EXPECT_EQ(got.flag, 1U);
-    EXPECT_THAT(got.bytes, ElementsAre(0x05, 0x06));
-
-    // The endpoint's own negative answer is a result, not a failure.
-    {
-        auto lock = peer.hold();
-        result = -3;
-    }
-    int r = 0;
-    std::string out =
-        console([&] { r = MctpSendBusOwner(endpoint, 0x09, false, {0xEE}); });
-
-    EXPECT_EQ(r, -3);
-    EXPECT_THAT(out, IsEmpty());
-    got = seen();
-    EXPECT_EQ(got.signature, "ybay");
-    EXPECT_THAT(got.scalars, ElementsAre(0x09));
-    EXPECT_EQ(got.flag, 0U);
-    EXPECT_THAT(got.bytes, ElementsAre(0xEE));
+    EXPECT_THAT(response, SizeIs(7));
 }
 
 TEST_F(MctpCallTest, EndpointErrorIsTheResult)

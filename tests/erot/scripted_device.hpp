@@ -76,9 +76,10 @@ class ScriptedDevice
     static inline ScriptedDevice* current = nullptr;
 };
 
-inline Bytes join(Bytes first, const Bytes& second)
+template <typename... More>
+Bytes join(Bytes first, const More&... more)
 {
-    first.insert(first.end(), second.begin(), second.end());
+    (first.insert(first.end(), more.begin(), more.end()), ...);
     return first;
 }
 

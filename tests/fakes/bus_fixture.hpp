@@ -2,25 +2,28 @@
 
 #include "fakes/fake_platform.hpp"
 
-#include <sys/types.h>
-#include <systemd/sd-bus.h>
+#include <sdbus-c++/sdbus-c++.h>
 
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <filesystem>
 #include <functional>
-#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <variant>
 #include <vector>
 
 #include <gtest/gtest.h>
+
+namespace ubbsim
+{
+class BusDaemon;
+}
 
 namespace orvane::test
 {
@@ -37,21 +40,12 @@ class PrivateBus
     PrivateBus(const PrivateBus&) = delete;
     PrivateBus& operator=(const PrivateBus&) = delete;
 
-    const std::string& address() const
-    {
-        return busAddress;
-    }
-    pid_t pid() const
-    {
-        return daemon;
-    }
+    // Ends the daemon under its clients' feet.
+    void kill();
 
   private:
-    void stopDaemon();
-
-    std::filesystem::path dir;
-    std::string busAddress;
-    pid_t daemon = -1;
+    TempFileRoot dir;
+    std::unique_ptr<ubbsim::BusDaemon> daemon;
     std::optional<std::string> previousAddress;
 };
 
@@ -65,9 +59,9 @@ using BusValue = std::variant<std::string, uint32_t>;
 class BusResponder
 {
   public:
-    // Appends the reply's body; a negative errno answers with that error.
+    // Fills the reply; a negative errno answers with that error instead.
     using Method =
-        std::function<int(sd_bus_message* call, sd_bus_message* reply)>;
+        std::function<int(sdbus::MethodCall& call, sdbus::MethodReply& reply)>;
 
     explicit BusResponder(std::string busName);
     ~BusResponder();
@@ -82,7 +76,7 @@ class BusResponder
     void addProperty(const std::string& path, const std::string& interface,
                      const std::string& name, BusValue initial);
 
-    // Connects, registers the objects, takes the name and starts serving.
+    // Connects, takes the name, registers the objects and starts serving.
     void start();
     // Ends serving and lets the name go; also done by the destructor.
     void stop();
@@ -100,52 +94,20 @@ class BusResponder
   private:
     struct Property
     {
-        std::string name;
-        std::string signature;
         BusValue value;
         std::vector<BusValue> written;
     };
-    struct Handler
-    {
-        std::string member;
-        std::string signature;
-        std::string result;
-        Method method;
-    };
-    struct Interface
-    {
-        BusResponder* owner;
-        std::string path;
-        std::string name;
-        std::list<Handler> methods;
-        std::list<Property> properties;
-        std::vector<sd_bus_vtable> vtable;
-        sd_bus_slot* slot = nullptr;
-    };
-
-    static int onMethod(sd_bus_message* call, void* userdata,
-                        sd_bus_error* error);
-    static int onGet(sd_bus* bus, const char* path, const char* interface,
-                     const char* property, sd_bus_message* reply,
-                     void* userdata, sd_bus_error* error);
-    static int onSet(sd_bus* bus, const char* path, const char* interface,
-                     const char* property, sd_bus_message* value,
-                     void* userdata, sd_bus_error* error);
-
-    Interface& interfaceFor(const std::string& path,
-                            const std::string& interface);
-    Property& propertyOf(const std::string& path, const std::string& interface,
-                         const std::string& name);
-    void buildVtable(Interface& entry);
-    void serve();
-    void disconnect();
+    using Key = std::tuple<std::string, std::string, std::string>;
 
     std::string busName;
-    std::list<Interface> interfaces;
+    // What start() registers, by object path.
+    std::map<std::string, std::vector<std::function<void(sdbus::IObject&)>>>
+        registrations;
+    std::map<Key, Property> properties;
     std::map<std::string, int> callCounts;
     std::mutex mutex;
-    sd_bus* bus = nullptr;
-    std::atomic<bool> stopping{false};
+    std::unique_ptr<sdbus::IConnection> connection;
+    std::vector<std::unique_ptr<sdbus::IObject>> objects;
     std::thread worker;
 };
 

@@ -52,15 +52,4 @@ std::vector<std::chrono::nanoseconds> FakeClock::sleeps() const
     return recorded;
 }
 
-std::chrono::nanoseconds FakeClock::slept() const
-{
-    std::lock_guard lock(mutex);
-    std::chrono::nanoseconds total{0};
-    for (auto d : recorded)
-    {
-        total += d;
-    }
-    return total;
-}
-
 } // namespace orvane::test

@@ -23,7 +23,6 @@ class FakeClock : public platform::Clock
     // The wall clock reads `now` from here on; the steady clock goes on.
     void setWall(std::chrono::system_clock::time_point now);
     std::vector<std::chrono::nanoseconds> sleeps() const;
-    std::chrono::nanoseconds slept() const;
 
   private:
     mutable std::mutex mutex;

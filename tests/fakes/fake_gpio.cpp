@@ -27,13 +27,12 @@ class FakeGpio::Handle : public platform::GpioLine
         release();
     }
 
-    void request(const std::string& consumer, platform::GpioDirection direction,
-                 int flags, int defaultValue) override
+    void request(const std::string&, platform::GpioDirection direction, int,
+                 int defaultValue) override
     {
         std::lock_guard lock(owner.mutex);
         Line& line = existing();
-        owner.requested.push_back(
-            {name, consumer, direction, flags, defaultValue});
+        owner.requested.push_back({name, direction, defaultValue});
         if (line.failingRequests != 0)
         {
             line.failingRequests -= line.failingRequests > 0 ? 1 : 0;
@@ -76,23 +75,15 @@ class FakeGpio::Handle : public platform::GpioLine
     void release() override
     {
         std::lock_guard lock(owner.mutex);
-        auto found = owner.lines.find(name);
-        if (found != owner.lines.end() && found->second.holder == this)
-        {
-            found->second.holder = nullptr;
-        }
+        Line& line = existing();
+        line.holder = line.holder == this ? nullptr : line.holder;
     }
 
   private:
+    // Lines are only ever added.
     Line& existing()
     {
-        auto found = owner.lines.find(name);
-        if (found == owner.lines.end())
-        {
-            // The chip went away under the handle.
-            fail(ENODEV, "GPIO line is gone");
-        }
-        return found->second;
+        return owner.lines.at(name);
     }
 
     FakeGpio& owner;
@@ -131,23 +122,11 @@ void FakeGpio::failRequests(const std::string& name, int error, int requests)
     lines.at(name).failingRequests = requests;
 }
 
-void FakeGpio::failGet(const std::string& name, int error)
+void FakeGpio::failAccess(const std::string& name, int getError, int setError)
 {
     std::lock_guard lock(mutex);
-    lines.at(name).getError = error;
-}
-
-void FakeGpio::failSet(const std::string& name, int error)
-{
-    std::lock_guard lock(mutex);
-    lines.at(name).setError = error;
-}
-
-int FakeGpio::value(const std::string& name) const
-{
-    std::lock_guard lock(mutex);
-    const Line& line = lines.at(name);
-    return line.isOutput ? line.output : line.input;
+    lines.at(name).getError = getError;
+    lines.at(name).setError = setError;
 }
 
 bool FakeGpio::isRequested(const std::string& name) const
@@ -166,20 +145,15 @@ std::vector<GpioRequest> FakeGpio::requests(const std::string& name) const
     return some;
 }
 
-std::vector<GpioWrite> FakeGpio::writes() const
-{
-    std::lock_guard lock(mutex);
-    return written;
-}
-
 std::vector<int> FakeGpio::writes(const std::string& name) const
 {
+    std::lock_guard lock(mutex);
     std::vector<int> values;
-    for (const GpioWrite& write : writes())
+    for (const auto& [line, value] : written)
     {
-        if (write.line == name)
+        if (name.empty() || line == name)
         {
-            values.push_back(write.value);
+            values.push_back(value);
         }
     }
     return values;

@@ -17,19 +17,8 @@ namespace orvane::test
 struct GpioRequest
 {
     std::string line;
-    std::string consumer;
     platform::GpioDirection direction;
-    int flags;
     int defaultValue;
-};
-
-// One value driven with setValue, in the order of all lines together.
-struct GpioWrite
-{
-    std::string line;
-    int value;
-
-    bool operator==(const GpioWrite&) const = default;
 };
 
 // Lines by name, as the kernel shows them to one process: a line must be
@@ -54,21 +43,13 @@ class FakeGpio : public platform::Gpio
     // request that fails this way counts in requests().
     void failRequests(const std::string& name, int error,
                       int requests = always);
-    void setBusy(const std::string& name, int requests = always)
-    {
-        failRequests(name, EBUSY, requests);
-    }
-    // getValue or setValue throw this errno; 0 lets them work again.
-    void failGet(const std::string& name, int error);
-    void failSet(const std::string& name, int error);
+    // getValue and setValue throw these errnos; 0 lets them work.
+    void failAccess(const std::string& name, int getError, int setError);
 
-    // The level the line shows now: the driven one while an output.
-    int value(const std::string& name) const;
     bool isRequested(const std::string& name) const;
-
+    // Of one line, or of all with an empty name.
     std::vector<GpioRequest> requests(const std::string& name = "") const;
-    std::vector<GpioWrite> writes() const;
-    std::vector<int> writes(const std::string& name) const;
+    std::vector<int> writes(const std::string& name = "") const;
 
   private:
     class Handle;
@@ -88,7 +69,7 @@ class FakeGpio : public platform::Gpio
     mutable std::mutex mutex;
     std::map<std::string, Line> lines;
     std::vector<GpioRequest> requested;
-    std::vector<GpioWrite> written;
+    std::vector<std::pair<std::string, int>> written;
 };
 
 } // namespace orvane::test

@@ -69,8 +69,9 @@ std::vector<std::string> FakeShell::commands() const
 
 TempFileRoot::TempFileRoot()
 {
+    std::filesystem::path temp = std::filesystem::temp_directory_path();
     std::string pattern =
-        (std::filesystem::temp_directory_path() / "orvane-root-XXXXXX")
+        ((temp.native().size() > 60 ? "/tmp" : temp) / "orvane-root-XXXXXX")
             .string();
     if (mkdtemp(pattern.data()) == nullptr)
     {
@@ -114,12 +115,6 @@ std::vector<JournalEntry> RecordingJournal::entries() const
 {
     std::lock_guard lock(mutex);
     return recorded;
-}
-
-int FakeRetimer::ensureRetimerDevImage(int switchValue,
-                                       const std::string& imagePath)
-{
-    return answer ? answer(switchValue, imagePath) : 0;
 }
 
 FakePlatform::FakePlatform()

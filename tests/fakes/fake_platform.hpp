@@ -7,7 +7,6 @@
 #include "utils/platform/platform.hpp"
 
 #include <filesystem>
-#include <functional>
 #include <map>
 #include <mutex>
 #include <string>
@@ -34,7 +33,8 @@ class FakeShell : public platform::Shell
     std::vector<std::string> recorded;
 };
 
-// Board paths under a fresh temporary directory, removed at the end.
+// Board paths under a fresh temporary directory, removed at the end; its
+// path is short enough for a Unix socket inside.
 class TempFileRoot : public platform::FileRoot
 {
   public:
@@ -86,13 +86,14 @@ class RecordingJournal : public platform::Journal
     std::vector<JournalEntry> recorded;
 };
 
+// Every retimer already holds its image.
 class FakeRetimer : public platform::RetimerLib
 {
   public:
-    int ensureRetimerDevImage(int switchValue,
-                              const std::string& imagePath) override;
-
-    std::function<int(int, const std::string&)> answer;
+    int ensureRetimerDevImage(int, const std::string&) override
+    {
+        return 0;
+    }
 };
 
 // Every seam replaced by a fake, installed for the life of the object.

@@ -50,17 +50,14 @@ void RecordingZellib::setBootTimeFinish(bool value)
             std::nullopt, value});
 }
 
-std::vector<ZellibCall> RecordingZellib::calls() const
+std::vector<ZellibCall> RecordingZellib::calls(
+    std::optional<ZellibCall::Kind> kind) const
 {
     std::lock_guard lock(mutex);
-    return recorded;
-}
-
-std::vector<ZellibCall> RecordingZellib::calls(ZellibCall::Kind kind) const
-{
-    std::vector<ZellibCall> some = calls();
-    std::erase_if(some,
-                  [kind](const ZellibCall& call) { return call.kind != kind; });
+    std::vector<ZellibCall> some = recorded;
+    std::erase_if(some, [kind](const ZellibCall& call) {
+        return kind && call.kind != *kind;
+    });
     return some;
 }
 

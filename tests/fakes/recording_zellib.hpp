@@ -48,9 +48,9 @@ class RecordingZellib : public platform::Zellib
                                         const double& value) override;
     void setBootTimeFinish(bool value) override;
 
-    std::vector<ZellibCall> calls() const;
-    // Calls of one kind only.
-    std::vector<ZellibCall> calls(ZellibCall::Kind kind) const;
+    // Of one kind, or all.
+    std::vector<ZellibCall> calls(
+        std::optional<ZellibCall::Kind> kind = {}) const;
     void clear();
 
     int dumpCode = 0;

@@ -272,9 +272,11 @@ std::vector<ZellibCall> PowerBoard::events(const std::string& text,
     return found;
 }
 
-std::vector<ZellibCall> PowerBoard::nvEvents(const std::string& messageId) const
+uint32_t PowerBoard::run(uint32_t (*sequence)(OrvaneSvcState&))
 {
-    return eventsWithId(fx.fake.zellib, messageId);
+    uint32_t result = 0;
+    out = console([&] { result = sequence(state); });
+    return result;
 }
 
 bool PowerBoard::runToStage2()

@@ -65,6 +65,11 @@ ubbsim::Fault silent(int bus, int address);
 void hostAt(ubbsim::Scenario& scenario, double seconds,
             ubbsim::HostAction::Kind kind);
 
+// The product scan's request for a new look at the FRUs.
+inline constexpr const char* rescan =
+    "busctl call xyz.openbmc_project.FruDevice /xyz/openbmc_project/FruDevice "
+    "xyz.openbmc_project.FruDeviceManager ReScan";
+
 // Non-volatile events with this id.
 std::vector<ZellibCall> eventsWithId(const RecordingZellib& zellib,
                                      const std::string& messageId);
@@ -118,8 +123,9 @@ class PowerBoard
     // this message id if one is given.
     std::vector<ZellibCall> events(const std::string& text,
                                    const std::string& messageId = "") const;
-    std::vector<ZellibCall> nvEvents(const std::string& messageId) const;
 
+    // Runs one sequence; its console text stays in `out`.
+    uint32_t run(uint32_t (*sequence)(OrvaneSvcState&));
     bool runToStage2(); // stage 1, the FPGA rails and the pre-retimer step
     bool runStandby();  // everything up to and with stage 3
     // The state as the sequences leave it after standby power-up from a
@@ -133,6 +139,7 @@ class PowerBoard
     VirtualBoardFixture fx;
     GpioRecorder gpio;
     OrvaneSvcState state;
+    std::string out;
 };
 
 // Every seam faked, and the daemon's VR_Info: each module's design and its

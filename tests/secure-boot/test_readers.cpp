@@ -142,7 +142,7 @@ TEST(Readers, UbbFpgaReadLeavesTheDriverUnboundAndTheFlashToTheFpga)
         EXPECT_THAT(out, HasSubstr(c.line));
         EXPECT_THAT(board.gpio.writes("SMC_UBB_FPGA_SPI_SEL"),
                     ElementsAre(1, 0));
-        EXPECT_EQ(board.gpio.value("SMC_UBB_FLASH_AB_SEL"), c.side);
+        EXPECT_EQ(board.gpio.writes("SMC_UBB_FLASH_AB_SEL").back(), c.side);
     }
 }
 
@@ -187,7 +187,7 @@ TEST(Readers, IfwiReadPassesWhenOnlyAbsentOamsDiffer)
         if (c.failingBus)
         {
             board.i2c.inject(
-                {I2cOp::Kind::smbusReadByteData, fpgaBus, fpga, EIO, {}, -1});
+                {I2cOp::Kind::smbusReadBlock, fpgaBus, fpga, EIO, -1, {}});
         }
         // The register is armed before and after the bind; the stream
         // read in between sets it.
@@ -209,7 +209,7 @@ TEST(Readers, IfwiReadPassesWhenOnlyAbsentOamsDiffer)
         }
         EXPECT_EQ(board.i2c.openDescriptors(), 0);
         EXPECT_FALSE(board.gpio.isRequested("SMC_UBB_FPGA_SPI_SEL"));
-        EXPECT_EQ(board.gpio.value("SMC_UBB_FPGA_SPI_SEL"), 0);
+        EXPECT_EQ(board.gpio.writes("SMC_UBB_FPGA_SPI_SEL").back(), 0);
         EXPECT_EQ(board.shell.commands().back(),
                   "echo 1e631000.spi > " + driver + "unbind");
         if (c.done)
@@ -246,14 +246,15 @@ TEST(Readers, RmCheckNeedsTheImageDigestFromAllEightOams)
     const std::string object = "/xyz/openbmc_project/rm/Ctrl";
     const std::string interface = "xyz.openbmc_project.rmIntf";
     rm.addMethod(object, interface, "UpdateAllFuncAreaAddr", "", "b",
-                 [](sd_bus_message*, sd_bus_message* reply) {
-                     return sd_bus_message_append(reply, "b", 1);
+                 [](sdbus::MethodCall&, sdbus::MethodReply& reply) {
+                     reply << true;
+                     return 0;
                  });
     rm.addMethod(
         object, interface, "GetSHA256HASH", "u", "bay",
-        [&](sd_bus_message* call, sd_bus_message* reply) {
+        [&](sdbus::MethodCall& call, sdbus::MethodReply& reply) {
             uint32_t oam = 0;
-            sd_bus_message_read(call, "u", &oam);
+            call >> oam;
             RmReply kind = replies.at(oam);
             uint8_t bytes[32];
             std::copy(digest, digest + 32, bytes);
@@ -262,9 +263,10 @@ TEST(Readers, RmCheckNeedsTheImageDigestFromAllEightOams)
             {
                 return -EIO;
             }
-            sd_bus_message_append(reply, "b", kind != RmReply::refused);
-            return sd_bus_message_append_array(
-                reply, 'y', bytes, kind == RmReply::shortDigest ? 16 : 32);
+            reply << (kind != RmReply::refused);
+            reply << std::vector<uint8_t>(
+                bytes, bytes + (kind == RmReply::shortDigest ? 16 : 32));
+            return 0;
         });
     rm.start();
 

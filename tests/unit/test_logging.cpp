@@ -8,6 +8,7 @@
 #include <ctime>
 #include <iomanip>
 #include <sstream>
+#include <tuple>
 #include <utility>
 
 #include <gtest/gtest.h>
@@ -98,11 +99,10 @@ TEST_F(LoggingTest, I2cRecordFlagsFollowTheCode)
         auto calls = fake.zellib.calls(ZellibCall::Kind::i2cLog);
         ASSERT_EQ(calls.size(), 1U) << code;
         const I2CLogData& r = *calls[0].i2c;
-        EXPECT_EQ(r.noAccess, code <= 2) << code;
-        EXPECT_EQ(r.writeFailed, code == 4) << code;
-        EXPECT_EQ(r.readFailed, code == 5) << code;
-        EXPECT_EQ(r.otherFailure, code == 6) << code;
-        EXPECT_EQ(r.message, "msg");
+        EXPECT_EQ(std::tuple(r.noAccess, r.writeFailed, r.readFailed,
+                             r.otherFailure, r.message),
+                  std::tuple(code <= 2, code == 4, code == 5, code == 6, "msg"))
+            << code;
     }
 
     fake.zellib.clear();
@@ -156,18 +156,19 @@ TEST_F(LoggingTest, PowerCriticalDumpsThenOneNonVolatileEntry)
     ReportPowerCritical(false, "OAM_3 module power good");
     auto calls = fake.zellib.calls();
     ASSERT_EQ(calls.size(), 2U);
-    EXPECT_EQ(calls[0].kind, ZellibCall::Kind::dump);
-    EXPECT_EQ(calls[0].arg1, "OAMPowerStatus");
-    EXPECT_EQ(calls[0].arg2, "Critical");
-    EXPECT_EQ(calls[0].arg3, "OAM_3 module power good");
-    EXPECT_EQ(calls[1].kind, ZellibCall::Kind::nvLog);
-    EXPECT_EQ(calls[1].level, level::CRITICAL);
-    EXPECT_EQ(calls[1].messageId, "OAMPowerStatusCritical");
+    using Call = std::tuple<ZellibCall::Kind, int, std::string, std::string,
+                            std::string, std::string>;
+    auto fields = [](const ZellibCall& c) {
+        return Call{c.kind, c.level, c.messageId, c.arg1, c.arg2, c.arg3};
+    };
+    const std::string detail = "OAM_3 module power good";
+    EXPECT_EQ(fields(calls[0]), (Call{ZellibCall::Kind::dump, 0, "",
+                                      "OAMPowerStatus", "Critical", detail}));
+    EXPECT_EQ(fields(calls[1]),
+              (Call{ZellibCall::Kind::nvLog, level::CRITICAL,
+                    "OAMPowerStatusCritical", detail, "", "/var/dump/7"}));
     EXPECT_EQ(calls[1].message, "Power Sequence: OAM power OAM_3 module power "
                                 "good goes down or status critical fault.");
-    EXPECT_EQ(calls[1].arg1, "OAM_3 module power good");
-    EXPECT_EQ(calls[1].arg2, "");
-    EXPECT_EQ(calls[1].arg3, "/var/dump/7");
 
     fake.zellib.dumpCode = 5;
     fake.zellib.dumpPath = "/p";

@@ -1,7 +1,7 @@
 #include "fakes/fake_platform.hpp"
-#include "utils/platform/zellib_fallback.hpp"
 #include "utils/platform/real_clock.hpp"
 #include "utils/platform/real_shell.hpp"
+#include "utils/platform/zellib_fallback.hpp"
 
 #include <signal.h>
 #include <sys/time.h>
@@ -10,6 +10,7 @@
 #include <fstream>
 #include <sstream>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 namespace orvane
@@ -17,12 +18,8 @@ namespace orvane
 namespace
 {
 
+using namespace ::testing;
 using Fields = std::vector<std::string>;
-
-bool has(const Fields& fields, const std::string& field)
-{
-    return std::find(fields.begin(), fields.end(), field) != fields.end();
-}
 
 class ZellibFallbackTest : public ::testing::Test
 {
@@ -40,19 +37,15 @@ TEST_F(ZellibFallbackTest, EventsCarryRedfishFieldsAndPriority)
                      "HSC power good", "", "x");
     library.addLog("plain", 9, "", "", "", "");
     ASSERT_EQ(sent.size(), 2U);
-    EXPECT_TRUE(has(sent[0], "MESSAGE=text"));
-    EXPECT_TRUE(has(sent[0], "PRIORITY=2"));
-    EXPECT_TRUE(has(sent[0], "REDFISH_MESSAGE_ID=ResourceEvent.1.2.1."
-                             "ResourceRetryFailOEM"));
     // Empty arguments leave no gap in the argument list.
-    EXPECT_TRUE(has(sent[0], "REDFISH_MESSAGE_ARGS=HSC power good,x"));
-    EXPECT_TRUE(has(sent[0], "ORVANE_NON_VOLATILE=1"));
+    EXPECT_THAT(sent[0], IsSupersetOf({"MESSAGE=text", "PRIORITY=2",
+                                       "REDFISH_MESSAGE_ID=ResourceEvent.1.2.1."
+                                       "ResourceRetryFailOEM",
+                                       "REDFISH_MESSAGE_ARGS=HSC power good,x",
+                                       "ORVANE_NON_VOLATILE=1"}));
     // No message id: a plain journal line, priority clamped to debug.
-    EXPECT_TRUE(has(sent[1], "PRIORITY=7"));
-    for (const auto& field : sent[1])
-    {
-        EXPECT_FALSE(field.starts_with("REDFISH_"));
-    }
+    EXPECT_THAT(sent[1], Contains("PRIORITY=7"));
+    EXPECT_THAT(sent[1], Each(Not(StartsWith("REDFISH_"))));
 }
 
 TEST_F(ZellibFallbackTest, I2cRecordBecomesStructuredEntry)
@@ -69,11 +62,11 @@ TEST_F(ZellibFallbackTest, I2cRecordBecomesStructuredEntry)
     library.addI2cLog(2, &data, true);
     EXPECT_EQ(library.addI2cLog(2, nullptr, true), -1);
     ASSERT_EQ(sent.size(), 1U);
-    EXPECT_TRUE(has(sent[0], "MESSAGE=RM failure. Retry 3"));
-    EXPECT_TRUE(has(sent[0], "ORVANE_I2C_BUS=3"));
-    EXPECT_TRUE(has(sent[0], "ORVANE_I2C_ADDRESS=86"));
-    EXPECT_TRUE(has(sent[0], "ORVANE_I2C_WRITE_DATA=4e 01"));
-    EXPECT_TRUE(has(sent[0], "ORVANE_I2C_FAILURE=write"));
+    EXPECT_THAT(
+        sent[0],
+        IsSupersetOf({"MESSAGE=RM failure. Retry 3", "ORVANE_I2C_BUS=3",
+                      "ORVANE_I2C_ADDRESS=86", "ORVANE_I2C_WRITE_DATA=4e 01",
+                      "ORVANE_I2C_FAILURE=write"}));
 }
 
 TEST_F(ZellibFallbackTest, DumpHoldsTheMostRecentEvents)

@@ -4,8 +4,14 @@
 #include "orvane/hotswap_setup.hpp"
 #include "orvane/oam_presence.hpp"
 #include "orvane/product_scan.hpp"
+#include "orvane/standby_power.hpp"
+#include "orvane/standby_stage2.hpp"
 #include "orvane/vr_address.hpp"
 #include "orvane/warm_boot.hpp"
+#include "utils/i2c_ops.hpp"
+
+#include <filesystem>
+#include <fstream>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -17,6 +23,7 @@ namespace
 
 using namespace std::chrono_literals;
 using namespace ::testing;
+using Kind = I2cOp::Kind;
 using Write = std::pair<uint8_t, std::vector<uint8_t>>;
 
 class HotswapTest : public VrInfoTest
@@ -25,11 +32,9 @@ class HotswapTest : public VrInfoTest
     void SetUp() override
     {
         // Every rail reads good at once.
-        platform.i2c.addDevice(4, 0x25);
         platform.i2c.setRegisters(4, 0x25, 0x01, {0xFF, 0xFF, 0xFF, 0xFF});
         for (uint8_t address : {0x1E, 0x1C, 0x1D, 0x11, 0x13})
         {
-            platform.i2c.addDevice(4, address);
             platform.i2c.setRegister(4, address, 0xD1, 0x01);
         }
     }
@@ -37,7 +42,7 @@ class HotswapTest : public VrInfoTest
     std::vector<Write> hotswapWrites()
     {
         std::vector<Write> writes;
-        for (const I2cOp& op : platform.i2c.operations(I2cOp::Kind::write))
+        for (const I2cOp& op : platform.i2c.operations(Kind::write))
         {
             if (op.bus == 4 && op.address != 0x25)
             {
@@ -77,8 +82,8 @@ TEST_F(HotswapTest, SoaFailureStopsButSenseFailureDoesNot)
 {
     serve({{"UBB", "23"}});
     platform.i2c.removeDevice(4, 0x11);
-    std::string out;
-    out = console([&] { EXPECT_NE(Stby_Pwr_on_FpgaRail(state), 0U); });
+    std::string out =
+        console([&] { EXPECT_NE(Stby_Pwr_on_FpgaRail(state), 0U); });
     EXPECT_THAT(out, HasSubstr("Fail to set  0x11 register 0xd5 "));
     EXPECT_EQ(hotswapWrites().back(), (Write{0x13, {0xD5, 0x67, 0xB4}}));
 
@@ -109,7 +114,7 @@ class VrAddressTest : public VrInfoTest
     std::vector<uint8_t> probedAddresses()
     {
         std::vector<uint8_t> addresses;
-        for (const I2cOp& op : platform.i2c.operations(I2cOp::Kind::write))
+        for (const I2cOp& op : platform.i2c.operations(Kind::write))
         {
             addresses.push_back(op.address);
         }
@@ -141,8 +146,8 @@ TEST_F(VrAddressTest, ListKeepsTheFirstEntryOfEachAddress)
     EXPECT_THAT(platform.i2c.operations(), IsEmpty());
 
     std::vector<VrEntry> none;
-    std::string out;
-    out = console([&] { EXPECT_FALSE(GetVrAddressList(true, 4, none)); });
+    std::string out =
+        console([&] { EXPECT_FALSE(GetVrAddressList(true, 4, none)); });
     EXPECT_THAT(out, HasSubstr("No vr_config.json file found in VR config "
                                "folder \n"));
 }
@@ -189,8 +194,8 @@ TEST_F(VrAddressTest, SilentIbcKeepsItsConfiguredAddress)
     serve({{"OAM_3", "14"}});
     config("OAM_3", ibcConfig);
     std::vector<VrEntry> list;
-    std::string out;
-    out = console([&] { EXPECT_TRUE(GetVrAddressList(true, 3, list)); });
+    std::string out =
+        console([&] { EXPECT_TRUE(GetVrAddressList(true, 3, list)); });
     EXPECT_THAT(out, HasSubstr("I2C address test failed for OAM_3_IBC"));
     ASSERT_THAT(list, SizeIs(2));
     EXPECT_EQ(list[0].address, 0x11);
@@ -203,7 +208,6 @@ class DacTest : public ::testing::Test
     // OAMs 1 and 2 in their slots (PRSNT low), both DACs at `setting`.
     void SetUp() override
     {
-        platform.i2c.addDevice(3, 0x56);
         platform.i2c.setRegister(3, 0x56, 0x63, 0xF9);
         platform.i2c.addDevice(2, 0x70);
         platform.i2c.addDevice(2, 0x60);
@@ -215,11 +219,6 @@ class DacTest : public ::testing::Test
                                   {0x00, 0x01, 0x00,
                                    static_cast<uint8_t>(setting & 0xFF),
                                    static_cast<uint8_t>(setting >> 8)});
-    }
-
-    std::vector<I2cOp> ops(I2cOp::Kind kind)
-    {
-        return platform.i2c.operations(kind);
     }
 
     FakePlatform platform;
@@ -248,13 +247,13 @@ TEST_F(DacTest, EachProductHoldsItsOwnSetting)
         EXPECT_TRUE(CheckDacConfig(state));
 
         std::vector<uint16_t> muxBytes;
-        for (const I2cOp& op : ops(I2cOp::Kind::smbusWriteByte))
+        for (const I2cOp& op : platform.i2c.operations(Kind::smbusWriteByte))
         {
             muxBytes.push_back(op.command);
         }
         EXPECT_THAT(muxBytes, ElementsAre(0x02, 0x04));
-        EXPECT_THAT(ops(I2cOp::Kind::smbusReadBlock), SizeIs(3));
-        auto updates = ops(I2cOp::Kind::smbusWriteBlock);
+        EXPECT_THAT(platform.i2c.operations(Kind::smbusReadBlock), SizeIs(3));
+        auto updates = platform.i2c.operations(Kind::smbusWriteBlock);
         if (c.update.empty())
         {
             EXPECT_THAT(updates, IsEmpty());
@@ -272,17 +271,17 @@ TEST_F(DacTest, UnreachableDacEndsTheWalkButNotTheCheck)
 {
     productTable[ubbProductIndex] = productKV35;
     dac(0xE002);
-    platform.i2c.inject({I2cOp::Kind::smbusWriteByte, 2, 0x70, EIO, {}, 1});
+    platform.i2c.inject({Kind::smbusWriteByte, 2, 0x70, EIO, 1});
     EXPECT_TRUE(CheckDacConfig(state));
-    EXPECT_THAT(ops(I2cOp::Kind::smbusWriteByte), SizeIs(1));
-    EXPECT_THAT(ops(I2cOp::Kind::smbusWriteBlock), IsEmpty());
+    EXPECT_THAT(platform.i2c.operations(Kind::smbusWriteByte), SizeIs(1));
+    EXPECT_THAT(platform.i2c.operations(Kind::smbusWriteBlock), IsEmpty());
     EXPECT_EQ(platform.i2c.openDescriptors(), 0);
 
     // Without the presence reading there is nothing to walk.
     platform.i2c.clearOperations();
     platform.i2c.removeDevice(3, 0x56);
     EXPECT_FALSE(CheckDacConfig(state));
-    EXPECT_THAT(ops(I2cOp::Kind::smbusWriteByte), IsEmpty());
+    EXPECT_THAT(platform.i2c.operations(Kind::smbusWriteByte), IsEmpty());
     clearProducts();
 }
 
@@ -294,10 +293,7 @@ class WarmBootTest : public ::testing::Test
                uint8_t ctfN)
     {
         platform.devMem.word = reason;
-        platform.i2c.addDevice(3, 0x56);
-        platform.i2c.setRegister(3, 0x56, 0x63, presentN);
-        platform.i2c.setRegister(3, 0x56, 0x60, host);
-        platform.i2c.setRegister(3, 0x56, 0x61, module);
+        platform.i2c.setRegisters(3, 0x56, 0x60, {host, module, 0, presentN});
         platform.i2c.setRegister(3, 0x56, 0xC0, ctfN);
     }
 
@@ -370,7 +366,7 @@ TEST_F(WarmBootTest, EveryFittedOamMustStillBeGood)
 TEST_F(WarmBootTest, FailedReadNamesItsRegister)
 {
     board(0x1000, 0x00, 0xFF, 0xFF, 0xFF);
-    platform.i2c.inject({I2cOp::Kind::smbusReadBlock, 3, 0x56, EIO, {}, -1});
+    platform.i2c.inject({Kind::smbusReadBlock, 3, 0x56});
     EXPECT_EQ(check(), 0U);
     EXPECT_THAT(out, HasSubstr("Fail to read channel 3 slave address 0x56 "
                                "register address 0x63"));
@@ -417,25 +413,13 @@ TEST(ProductTest, MixedProductsAreRefused)
     constexpr int u = productUnknown;
     constexpr int k30 = productKV30;
     constexpr int k35 = productKV35;
+    // clang-format off
     const std::vector<MixCase> cases{
-        {"all unknown",
-         {u, u, u, u, u, u, u, u, k35},
-         true,
-         {"No valid OAM products found (all Unknown)",
-          "OAM_7: Product name is Unknown (physical or FRU missing)"},
-         {}},
-        {"third differs",
-         {k35, k35, k30, u, u, u, u, u, k35},
-         false,
-         {"OAM_2: Mixed OAM is detected.", "OAM_2: Different product with "
-                                           "UBB."},
-         {"OAM_1: Mixed", "OAM_1: Different"}},
-        {"one OAM against another UBB",
-         {u, u, k35, u, u, u, u, u, k30},
-         true,
-         {},
-         {"Different"}},
+        {"all unknown", {u, u, u, u, u, u, u, u, k35}, true, {"No valid OAM products found (all Unknown)", "OAM_7: Product name is Unknown (physical or FRU missing)"}, {}},
+        {"third differs", {k35, k35, k30, u, u, u, u, u, k35}, false, {"OAM_2: Mixed OAM is detected.", "OAM_2: Different product with UBB."}, {"OAM_1: Mixed", "OAM_1: Different"}},
+        {"one OAM against another UBB", {u, u, k35, u, u, u, u, u, k30}, true, {}, {"Different"}},
     };
+    // clang-format on
     for (const MixCase& c : cases)
     {
         SCOPED_TRACE(c.name);
@@ -476,13 +460,248 @@ TEST(ProductTest, ScanGivesUpAfterFiveRoundsWithoutAnOam)
     std::string out = console([&] { ScanProducts(state); });
 
     EXPECT_THAT(platform.shell.commands(), SizeIs(5));
-    EXPECT_EQ(platform.clock.slept(), 15s);
+    EXPECT_EQ(platform.clock.sleeps(),
+              std::vector<std::chrono::nanoseconds>(5, 3s));
     EXPECT_THAT(out, HasSubstr("No OAM FRU found after 5 retries."));
     EXPECT_THAT(out, HasSubstr("FRU product name for UBB: UBB KV35 "
                                "BASEBOARD"));
     EXPECT_EQ(productTable[ubbProductIndex], productKV35);
     EXPECT_EQ(neighbours.callCount("GetSubTree"), 5U);
     clearProducts();
+}
+
+const std::string rmRecovery = "/usr/share/images/rm_recovery.sh 2>&1 | tee "
+                               "/run/initramfs/log_nv/rm_recovery.log";
+
+ubbsim::Scenario faulty(const std::string& kind, int count,
+                        const std::string& rail, int value)
+{
+    ubbsim::Scenario scenario = withFault(kind);
+    scenario.faults.back().count = count;
+    scenario.faults.back().rail = rail;
+    scenario.faults.back().value = value;
+    return scenario;
+}
+
+std::string fileText(const std::string& absolute)
+{
+    std::ifstream file(platform::path(absolute));
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+TEST(StandbyBoardTest, ColdBoardComesUpStageByStage)
+{
+    auto scenario = VirtualBoardFixture::healthyBoard();
+    scenario.oams[5].present = false;
+    PowerBoard b(scenario);
+    bool up = false;
+    std::string out = console([&] { up = b.runStandby(); });
+    ASSERT_TRUE(up) << out;
+
+    auto summary = b.fx.board->summary();
+    EXPECT_EQ(summary[0],
+              "standby rails: FPGA on, retimer on, k517 on, OAM on");
+    EXPECT_EQ(summary[1], "UBB FPGA: configured, OAM mux released");
+    EXPECT_TRUE(b.state.ubbFpgaConfigured);
+
+    // Ready lines low before the SMC FPGA is reprogrammed; the UBB FPGA's
+    // flash chosen before its program pulse, which stays low for a second.
+    std::vector<std::pair<std::string, int>> levels;
+    for (const LineWrite& write : b.gpio.writes)
+    {
+        levels.emplace_back(write.line, write.value);
+    }
+    EXPECT_THAT(levels, ElementsAre(std::pair("GPU_BASE_FPGA_READY", 0),
+                                    std::pair("GPU_BASE_PWR_GD", 0),
+                                    std::pair("GPU_BASE_HMC_READY", 0),
+                                    std::pair("SMC_FPGA_PROG_CTRL", 0),
+                                    std::pair("SMC_FPGA_PROG_CTRL", 1),
+                                    std::pair("SMC_FPGA_PROG_CTRL", 0),
+                                    std::pair("GPU_BASE_HMC_READY", 1),
+                                    std::pair("SMC_UBB_FLASH_AB_SEL", 0),
+                                    std::pair("SMC_UBB_FPGA_SPI_SEL", 0),
+                                    std::pair("UBB_FPGA_PROG_B", 0),
+                                    std::pair("UBB_FPGA_PROG_B", 1),
+                                    std::pair("GPU_BASE_FPGA_READY", 1)));
+    EXPECT_GE(b.gpio.writes[10].at - b.gpio.writes[9].at, 1000ms);
+
+    EXPECT_THAT(b.published("StandbyPowerStatus"), ElementsAre("Off", "On"));
+    EXPECT_THAT(b.published("UBBFPGAStatus"), ElementsAre("False", "False"));
+    EXPECT_THAT(b.published("SMCFPGAStatus"), IsEmpty());
+
+    for (size_t n = 0; n < 8; ++n)
+    {
+        EXPECT_EQ(productTable[n], n == 5 ? productUnknown : productKV35) << n;
+    }
+    EXPECT_EQ(productTable[ubbProductIndex], productKV35);
+    EXPECT_THAT(b.fx.fake.shell.commands(), Contains(rescan));
+    EXPECT_THAT(out, HasSubstr("No mixed OAM or UBB found."));
+
+    EXPECT_EQ(fileText("/run/oam/oamcount"), "7\n");
+    EXPECT_EQ(fileText("/run/oam/oammask"), "df\n");
+    EXPECT_TRUE(
+        std::filesystem::exists(platform::path("/run/oam/oampresent/4")));
+    EXPECT_FALSE(
+        std::filesystem::exists(platform::path("/run/oam/oampresent/5")));
+
+    auto missing =
+        eventsWithId(b.fx.fake.zellib, "Base.1.8.1.ResourceNotFound");
+    ASSERT_THAT(missing, SizeIs(1));
+    EXPECT_EQ(missing[0].arg1, "GPU,OAM_5");
+    EXPECT_EQ(missing[0].level, 2);
+    EXPECT_THAT(missing[0].message, EndsWith("OAM5 physically missing."));
+
+    auto poweredOn =
+        eventsWithId(b.fx.fake.zellib, "ResourceEvent.1.2.1.ResourcePoweredOn");
+    ASSERT_THAT(poweredOn, SizeIs(2));
+    EXPECT_EQ(poweredOn[0].arg1, "UBB standby");
+    EXPECT_EQ(poweredOn[1].arg1, "OAM standby");
+}
+
+TEST(StandbyBoardTest, FpgaActivationTimeoutIsRetriedOnce)
+{
+    for (int timeouts : {1, 2})
+    {
+        SCOPED_TRACE(timeouts);
+        PowerBoard b(faulty("fpgaTimeout", timeouts, "", 0));
+        ASSERT_NE(Stby_Pwr_on_Sqnc_1(b.state), 0U);
+        ASSERT_NE(Stby_Pwr_on_FpgaRail(b.state), 0U);
+        double start = b.fx.seconds();
+        uint32_t result = 0;
+        std::string out = console(
+            [&] { result = Stby_Pwr_on_Sqnc_2_PreRetimer(b.state, 1); });
+
+        auto& zellib = b.fx.fake.zellib;
+        auto first = eventsWithId(zellib, "FPGAActivationTimeout");
+        ASSERT_THAT(first, SizeIs(1));
+        EXPECT_EQ(first[0].level, 4);
+        EXPECT_THAT(out, HasSubstr("Retry UBB FPGA configuration."));
+        // Each lost attempt waits out its 1000 + 100 + 15000 ms.
+        EXPECT_GT(b.fx.seconds() - start, 16.2 * timeouts);
+        EXPECT_EQ(b.gpio.writes[7].line, "SMC_UBB_FLASH_AB_SEL");
+        EXPECT_EQ(b.gpio.writes[7].value, 1);
+        auto inARow = eventsWithId(zellib, "FPGAActivationTimeoutInARow");
+        if (timeouts == 1)
+        {
+            EXPECT_NE(result, 0U);
+            EXPECT_TRUE(b.state.ubbFpgaConfigured);
+            EXPECT_THAT(inARow, IsEmpty());
+            continue;
+        }
+        EXPECT_EQ(result, 0U);
+        EXPECT_FALSE(b.state.ubbFpgaConfigured);
+        ASSERT_THAT(inARow, SizeIs(1));
+        EXPECT_EQ(inARow[0].level, 2);
+        EXPECT_THAT(out, HasSubstr("Fail to configure UBB FPGA"));
+        EXPECT_THAT(out, HasSubstr("UBB FPGA configed fail"));
+        EXPECT_THAT(b.fx.board->summary()[0], HasSubstr("k517 off"));
+    }
+}
+
+TEST(StandbyBoardTest, OamRailWithoutPowerGoodStopsStageTwo)
+{
+    PowerBoard b(faulty("railNoPowerGood", -1, "P3V3_OAM_47", 0));
+    ASSERT_TRUE(b.runToStage2());
+    EXPECT_EQ(Stby_Pwr_on_Sqnc_2(b.state), 0U);
+
+    auto unexpected = eventsWithId(b.fx.fake.zellib, "OrvaneSvcUnexpected");
+    ASSERT_THAT(unexpected, SizeIs(1));
+    EXPECT_THAT(unexpected[0].message,
+                EndsWith("Power Sequence: [Standby power-on] oam rail fail."));
+    EXPECT_EQ(b.state.sequenceEvent, 13U);
+    // Products are only asked for once the OAMs have standby power.
+    EXPECT_THAT(b.fx.fake.shell.commands(), Not(Contains(rescan)));
+}
+
+TEST(StandbyBoardTest, MisconfiguredEmc1438IsReportedAndStandbyGoesOn)
+{
+    PowerBoard b(faulty("emcMisconfig", -1, "", 0x0C));
+    ASSERT_TRUE(b.runToStage2());
+    EXPECT_NE(b.run(Stby_Pwr_on_Sqnc_2), 0U);
+
+    auto emc = b.fx.fake.zellib.calls(ZellibCall::Kind::i2cLog);
+    ASSERT_THAT(emc, SizeIs(1));
+    EXPECT_EQ(emc[0].message,
+              "Power Sequence Standby Power On: Fail to enable EMC1438");
+    const I2CLogData& record = *emc[0].i2c;
+    EXPECT_EQ(std::tuple(emc[0].level, record.otherFailure, record.bus,
+                         record.address, record.reg),
+              std::tuple(2, true, 14, 0x4C, 0x3B));
+    EXPECT_THAT(b.out, HasSubstr("Enable EMC1438 external diode channels by "
+                                 "Channel Configuration Register 0x3B."));
+}
+
+TEST(StandbyBoardTest, RmRecoveryMarkersCountOnlyAfterAGoodScript)
+{
+    for (int status : {0, 256})
+    {
+        SCOPED_TRACE(status);
+        PowerBoard b;
+        b.fx.fake.shell.statusFor[rmRecovery] = status;
+        std::filesystem::create_directories(platform::path("/tmp"));
+        std::ofstream(platform::path("/tmp/2.rm_recovered")).close();
+        std::ofstream(platform::path("/tmp/5.rm_unrecovered")).close();
+        ASSERT_TRUE(b.runToStage2());
+        EXPECT_NE(b.run(Stby_Pwr_on_Sqnc_2), 0U);
+
+        EXPECT_THAT(b.fx.fake.shell.commands(), Contains(rmRecovery));
+        auto triggered =
+            eventsWithId(b.fx.fake.zellib, "AutomaticRecoveryTriggered");
+        auto critical =
+            eventsWithId(b.fx.fake.zellib, "AutomaticRecoveryFailureCritical");
+        if (status != 0)
+        {
+            EXPECT_THAT(b.out, HasSubstr("RM Rcovery Script : fail."));
+            EXPECT_THAT(triggered, IsEmpty());
+            EXPECT_THAT(critical, IsEmpty());
+            continue;
+        }
+        ASSERT_THAT(triggered, SizeIs(2));
+        EXPECT_EQ(triggered[0].arg1, "RM_2");
+        EXPECT_THAT(triggered[0].message,
+                    EndsWith("successfully recovered RM on OAM# 2"));
+        EXPECT_EQ(triggered[1].arg1, "RM_5");
+        ASSERT_THAT(critical, SizeIs(1));
+        EXPECT_EQ(critical[0].level, 2);
+        EXPECT_THAT(critical[0].message,
+                    EndsWith("failed to recover RM on OAM# 5"));
+    }
+}
+
+TEST(StandbyBoardTest, RegulatorPowerForUpdateNeedsHotswapGood)
+{
+    for (bool hotswapFails : {false, true})
+    {
+        SCOPED_TRACE(hotswapFails);
+        auto scenario = hotswapFails ? withFault("hotswapNoGood")
+                                     : VirtualBoardFixture::healthyBoard();
+        PowerBoard b(scenario);
+        ASSERT_TRUE(b.runStandby());
+        ASSERT_NE(CycleOamRail(b.state), 0U);
+        EXPECT_THAT(b.fx.board->summary()[0], HasSubstr("OAM on"));
+
+        uint32_t result = VrPowerOnForUpdate(b.state);
+        auto unexpected = eventsWithId(b.fx.fake.zellib, "OrvaneSvcUnexpected");
+        if (!hotswapFails)
+        {
+            EXPECT_NE(result, 0U);
+            EXPECT_THAT(b.fx.board->summary()[2],
+                        HasSubstr("hotswap on (good)"));
+            EXPECT_THAT(unexpected, IsEmpty());
+            continue;
+        }
+        EXPECT_EQ(result, 0U);
+        ASSERT_THAT(unexpected, SizeIs(1));
+        EXPECT_THAT(unexpected[0].message,
+                    EndsWith("VR - Power Sequence: [Base power-on] Fail to "
+                             "receive Hotswap controller Power good."));
+        // The expander answered: a missing power good is no I2C failure.
+        for (const ZellibCall& call :
+             b.fx.fake.zellib.calls(ZellibCall::Kind::i2cLog))
+        {
+            EXPECT_THAT(call.message, Not(HasSubstr("Hotswap controller")));
+        }
+    }
 }
 
 } // namespace

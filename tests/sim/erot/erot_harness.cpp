@@ -2,8 +2,6 @@
 
 #include "erot/sha384.hpp"
 
-#include <stdlib.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <fstream>
@@ -73,17 +71,12 @@ const BoardKeys& ErotTest::keys()
 }
 
 ErotTest::ErotTest() : previous(::erot::ErotSetTransport(&inProcessTransport))
-{
-    std::string pattern =
-        (std::filesystem::temp_directory_path() / "erot-test-XXXXXX").string();
-    root = ::mkdtemp(pattern.data());
-}
+{}
 
 ErotTest::~ErotTest()
 {
     ::erot::ErotSetTransport(previous);
     active = nullptr;
-    std::filesystem::remove_all(root);
 }
 
 void ErotTest::boot(const ErotScenario& scenario)

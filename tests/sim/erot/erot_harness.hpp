@@ -3,6 +3,7 @@
 #include "erot/board_erot.hpp"
 #include "erot/erot_endpoint.hpp"
 #include "erot/image_signer.hpp"
+#include "fakes/fake_platform.hpp"
 
 #include <erotlib/erot.hpp>
 #include <filesystem>
@@ -40,7 +41,8 @@ class ErotTest : public ::testing::Test
     std::vector<::erot::ComponentInfo> componentInfo(uint8_t version = 4);
 
     SimTime now{0};
-    std::filesystem::path root;
+    orvane::test::TempFileRoot scratch;
+    std::filesystem::path root = scratch.root();
     static const BoardKeys& keys();
     std::unique_ptr<ErotEndpoint> endpoint;
     uint8_t status = 0xEE;

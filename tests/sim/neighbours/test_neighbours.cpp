@@ -5,7 +5,6 @@
 #include "scenario/scenario_json.hpp"
 
 #include <sdbus-c++/sdbus-c++.h>
-#include <signal.h>
 
 #include <chrono>
 #include <cstdio>
@@ -23,6 +22,7 @@ using namespace std::chrono_literals;
 using nlohmann::json;
 using ::testing::Contains;
 using ::testing::ElementsAre;
+using ::testing::Field;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::UnorderedElementsAre;
@@ -47,13 +47,9 @@ TEST(FruObjects, AbsentModulesAndFieldsAreNotPublished)
       "ubb": {"fru": {"present": false}}
     })"));
     std::vector<FruObject> objects = fruObjects(scenario);
-    std::vector<std::string> published;
-    for (const FruObject& object : objects)
-    {
-        published.push_back(object.path);
-    }
     const std::string root = fruRoot;
-    ASSERT_THAT(published, ElementsAre(root + "/OAM_0", root + "/OAM_2"));
+    ASSERT_THAT(objects, ElementsAre(Field(&FruObject::path, root + "/OAM_0"),
+                                     Field(&FruObject::path, root + "/OAM_2")));
     const FruObject* two = &objects[1];
     EXPECT_FALSE(two->properties.contains("MULTIRECORD_THERMAL_MODEL"));
     EXPECT_FALSE(two->properties.contains("PRODUCT_VERSION"));
@@ -321,7 +317,7 @@ TEST_F(NeighboursTest, DeadBusEndsLoopsWithoutHanging)
 {
     startWith(json::object());
     client.reset();
-    ASSERT_EQ(kill(bus.pid(), SIGKILL), 0);
+    bus.kill();
     auto deadline = std::chrono::steady_clock::now() + 5s;
     while (neighbours->errors().size() < allNames.size() &&
            std::chrono::steady_clock::now() < deadline)

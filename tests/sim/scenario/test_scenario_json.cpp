@@ -114,83 +114,82 @@ TEST(ScenarioFields, FullScenarioLayersSlotsOnCommonValues)
     }
 }
 
+TEST(ScenarioFields, ErotSectionSetsUpBoardImagesAndFaults)
+{
+    Scenario scenario = parseScenario(json::parse(R"({"erot": {
+        "retimers": "dual", "activeSide": "B", "autoArb": true,
+        "components": {"UBB_FPGA": {"svn": 3, "minSvn": "0x2",
+                                    "keyRevocation": "requested"}},
+        "images": [{"component": "Retimer_2", "side": "B", "mark": "lowSvn"}],
+        "faults": [{"kind": "status", "opcode": "0x02", "value": "0x81",
+                    "component": "IFWI", "at": 5, "until": 9},
+                   {"kind": "lostReplies", "count": 4}],
+        "traceLog": [{"tag": "BPup", "severity": 3}]}})"));
+    const ErotScenario& erot = scenario.erot;
+    EXPECT_TRUE(erot.dualRetimers);
+    EXPECT_EQ(erot.activeSide, 1);
+    EXPECT_EQ(erot.components.at("UBB_FPGA").minSvn, 2U);
+    EXPECT_EQ(erot.components.at("UBB_FPGA").keyRevocation, 1);
+    EXPECT_EQ(erot.images.at(0).kind, ErotImageMark::Kind::lowSvn);
+    EXPECT_EQ(erot.faults.at(0).opcode, 0x02);
+    EXPECT_EQ(erot.faults.at(0).value, 0x81);
+    EXPECT_EQ(erot.faults.at(1).opcode, -1);
+    EXPECT_EQ(erot.traceLog.at(0).tag, "BPup");
+}
+
 TEST(ScenarioErrors, NameTheField)
 {
+    // clang-format off
     const std::vector<std::pair<const char*, const char*>> cases = {
-        {R"({"fautls": []})",
-         R"(unknown field "fautls" (did you mean "faults"?))"},
-        {R"({"oams": {"slots": {"3": {"ibcAdress": 16}}}})",
-         R"(oams.slots.3: unknown field "ibcAdress")"},
+        {R"({"fautls": []})", R"(unknown field "fautls" (did you mean "faults"?))"},
+        {R"({"oams": {"slots": {"3": {"ibcAdress": 16}}}})", R"(oams.slots.3: unknown field "ibcAdress")"},
         {R"([])", "must be an object"},
         {R"({"k517": "yes"})", "k517: must be true or false"},
         {R"({"faults": {}})", "faults: must be a list"},
-        {R"({"host": [{"at": "30", "action": "enable"}]})",
-         "host[0].at: must be a number of seconds >= 0"},
-        {R"({"oams": {"present": 3}})",
-         R"(oams.present: must be "all" or a list)"},
-        {R"({"oams": {"fru": {"productName": 5}}})",
-         "oams.fru.productName: must be a string or null"},
+        {R"({"host": [{"at": "30", "action": "enable"}]})", "host[0].at: must be a number of seconds >= 0"},
+        {R"({"oams": {"present": 3}})", R"(oams.present: must be "all" or a list)"},
+        {R"({"oams": {"fru": {"productName": 5}}})", "oams.fru.productName: must be a string or null"},
         {R"({"name": ""})", "name: must not be empty"},
-        {R"({"oams": {"present": [0, 9]}})",
-         "oams.present: OAM index 9 out of range 0..7"},
-        {R"({"oams": {"present": [1, 1]}})",
-         "oams.present: OAM index 1 listed twice"},
-        {R"({"oams": {"slots": {"8": {}}}})",
-         "oams.slots.8: OAM index 8 out of range 0..7"},
+        {R"({"oams": {"present": [0, 9]}})", "oams.present: OAM index 9 out of range 0..7"},
+        {R"({"oams": {"present": [1, 1]}})", "oams.present: OAM index 1 listed twice"},
+        {R"({"oams": {"slots": {"8": {}}}})", "oams.slots.8: OAM index 8 out of range 0..7"},
         {R"({"oams": {"slots": {"a": {}}}})", "oams.slots.a: not an OAM index"},
-        {R"({"oams": {"rmDigest": "00ff"}})",
-         "oams.rmDigest: must be a SHA-256 digest"},
-        {R"({"oams": {"fru": {"extra": {"BUS": "3"}}}})",
-         "oams.fru.extra.BUS: published by the FRU service"},
-        {R"({"oams": {"fru": {"extra": {"A-B": "3"}}}})",
-         "oams.fru.extra.A-B: not a property name"},
-        {R"({"start": "hot"})",
-         R"(start: unknown start kind "hot" (one of "cold", "warm"))"},
+        {R"({"oams": {"rmDigest": "00ff"}})", "oams.rmDigest: must be a SHA-256 digest"},
+        {R"({"oams": {"fru": {"extra": {"BUS": "3"}}}})", "oams.fru.extra.BUS: published by the FRU service"},
+        {R"({"oams": {"fru": {"extra": {"A-B": "3"}}}})", "oams.fru.extra.A-B: not a property name"},
+        {R"({"start": "hot"})", R"(start: unknown start kind "hot" (one of "cold", "warm"))"},
         {R"({"baseWasOn": true})", R"(baseWasOn: needs "start": "warm")"},
-        {R"({"host": [{"at": 1, "action": "enabel"}]})",
-         R"(host[0].action: unknown action "enabel" (did you mean "enable"?))"},
+        {R"({"host": [{"at": 1, "action": "enabel"}]})", R"(host[0].action: unknown action "enabel" (did you mean "enable"?))"},
         {R"({"host": [{"action": "enable"}]})", "host[0].at: required"},
-        {R"({"end": 100, "host": [{"at": 1, "action": "enable"},
-              {"at": 130, "action": "disable"}]})",
-         "host[1].at: 130 s is after the end of the run (100 s)"},
-        {R"({"tools": {"rm_recovery.sh": 0}})",
-         "tools.rm_recovery.sh: a tool is named by its absolute"},
-        {R"({"files": {"/a/../../etc/x": ""}})",
-         "files./a/../../etc/x: a file is named by its absolute path"},
-        {R"({"vrUpdate": {"oams": {"3": "killed"}}})",
-         R"(vrUpdate.oams.3: must be an exit code 0..255 or "signal")"},
-        {R"({"vrUpdate": {"oams": {"9": 0}}})", "vrUpdate.oams.9: OAM index"},
-        {R"({"vrUpdate": {"missing": ["/var/lib/images/A/OAMVRx7"]}})",
-         "vrUpdate.missing[0]: must be a folder of a vr-bundle tree"},
-        {R"({"vrUpdate": {"ubb": 256}})", "vrUpdate.ubb: "},
+        {R"({"end": 100, "host": [{"at": 1, "action": "enable"}, {"at": 130, "action": "disable"}]})", "host[1].at: 130 s is after the end of the run (100 s)"},
+        {R"({"tools": {"rm_recovery.sh": 0}})", "tools.rm_recovery.sh: a tool is named by its absolute"},
+        {R"({"files": {"/a/../../etc/x": ""}})", "files./a/../../etc/x: a file is named by its absolute path"},
         {R"({"speed": 0})", "speed: must be a number > 0"},
-        {R"({"clients": [{"at": 5, "busctl": []}]})",
-         "clients[0].busctl: must name a busctl command"},
-        {R"({"clients": [{"at": 5, "busctl": ["tree", 3]}]})",
-         "clients[0].busctl[1]: must be a string"},
-        {R"({"faults": [{"kind": "ctf", "oam": 1, "at": 5},
-              {"kind": "fpgaTimeout", "count": 1},
-              {"kind": "railNoPowerGood", "rail": "VCCINT"}]})",
-         R"(faults[2].rail: unknown rail "VCCINT")"},
-        {R"({"k517": false, "faults": [
-              {"kind": "railDrop", "rail": "1V8_RT47_K517", "at": 1}]})",
-         R"(faults[0].rail: "1V8_RT47_K517" is not fitted)"},
-        {R"({"faults": [{"rail": "VCCINT_FPGA"}]})",
-         "faults[0].kind: required"},
-        {R"({"faults": [{"kind": "ctf", "at": 5}]})",
-         R"(faults[0].oam: required by fault kind "ctf")"},
-        {R"({"faults": [{"kind": "ctf", "oam": 1, "at": 5, "line": "X"}]})",
-         R"(faults[0].line: not used by fault kind "ctf")"},
-        {R"({"faults": [{"kind": "nack", "bus": 3, "at": 10, "until": 5}]})",
-         R"(faults[0].until: must be after "at" (10 s))"},
-        {R"({"faults": [{"kind": "nack", "bus": 16, "address": 5}]})",
-         "faults[0].bus: must be an integer 0..15"},
-        {R"({"faults": [{"kind": "hotswapNoGood", "count": 0}]})",
-         "faults[0].count: must be -1 (always) or a count"},
-        {R"({"faults": [{"kind": "efuse", "oam": 2, "value": 0}]})",
-         "faults[0].value: must be a number or a \"0x..\" string in "
-         "0x01..0xff"},
+        {R"({"faults": [{"kind": "ctf", "oam": 1, "at": 5}, {"kind": "fpgaTimeout", "count": 1}, {"kind": "railNoPowerGood", "rail": "VCCINT"}]})", R"(faults[2].rail: unknown rail "VCCINT")"},
+        {R"({"k517": false, "faults": [{"kind": "railDrop", "rail": "1V8_RT47_K517", "at": 1}]})", R"(faults[0].rail: "1V8_RT47_K517" is not fitted)"},
+        {R"({"faults": [{"rail": "VCCINT_FPGA"}]})", "faults[0].kind: required"},
+        {R"({"faults": [{"kind": "ctf", "at": 5}]})", R"(faults[0].oam: required by fault kind "ctf")"},
+        {R"({"faults": [{"kind": "ctf", "oam": 1, "at": 5, "line": "X"}]})", R"(faults[0].line: not used by fault kind "ctf")"},
+        {R"({"faults": [{"kind": "nack", "bus": 3, "at": 10, "until": 5}]})", R"(faults[0].until: must be after "at" (10 s))"},
+        {R"({"faults": [{"kind": "nack", "bus": 16, "address": 5}]})", "faults[0].bus: must be an integer 0..15"},
+        {R"({"faults": [{"kind": "hotswapNoGood", "count": 0}]})", "faults[0].count: must be -1 (always) or a count"},
+        {R"({"faults": [{"kind": "efuse", "oam": 2, "value": 0}]})", R"(faults[0].value: must be a number or a "0x.." string in 0x01..0xff)"},
+        {R"({"erot": {"faults": [{"kind": "status", "opcode": 3, "value": 1}]}})", "erot.faults[0].opcode: unknown opcode 3"},
+        {R"({"erot": {"faults": [{"kind": "lostReplies"}]}})", R"(erot.faults[0].count: required by fault kind "lostReplies")"},
+        {R"({"erot": {"faults": [{"kind": "formatVersion", "opcode": 1, "value": 3}]}})", "erot.faults[0].opcode: has no format version in its reply"},
+        {R"({"erot": {"retimers": "dual", "images": [{"component": "Retimer", "mark": "tampered"}]}})", R"(erot.images[0].component: "Retimer" has no image)"},
+        {R"({"erot": {"images": [{"component": "SMC", "mark": "tampered"}]}})", R"(erot.images[0].component: "SMC" has no signed image on the SMC)"},
+        {R"({"erot": {"components": {"UBB_FGPA": {}}}})", R"(did you mean "UBB_FPGA"?)"},
+        {R"({"erot": {"components": {"VR": {"svnRevocation": "asked"}}}})", "erot.components.VR.svnRevocation: "},
+        {R"({"erot": {"components": {"VR": {"minSvn": 0}}, "images": [{"component": "VR", "mark": "lowSvn"}]}})", R"(erot.images[0].mark: "lowSvn" needs a "minSvn" of 1 or more)"},
+        {R"({"vrUpdate": {"oams": {"3": "killed"}}})", R"(vrUpdate.oams.3: must be an exit code 0..255 or "signal")"},
+        {R"({"vrUpdate": {"oams": {"9": 0}}})", "vrUpdate.oams.9: OAM index"},
+        {R"({"vrUpdate": {"missing": ["/var/lib/images/A/OAMVRx7"]}})", "vrUpdate.missing[0]: must be a folder of a vr-bundle tree"},
+        {R"({"vrUpdate": {"ubb": 256}})", "vrUpdate.ubb: "},
+        {R"({"clients": [{"at": 5, "busctl": []}]})", "clients[0].busctl: must name a busctl command"},
+        {R"({"clients": [{"at": 5, "busctl": ["tree", 3]}]})", "clients[0].busctl[1]: must be a string"},
     };
+    // clang-format on
     for (const auto& [document, message] : cases)
     {
         EXPECT_THAT(
