@@ -116,11 +116,26 @@ SimTime boardTime(Seconds seconds)
     return SimTime(static_cast<int64_t>(seconds * 1e9));
 }
 
-// The daemon and, when a scenario starts one, a second instance beside it.
+// The daemon and, when a scenario starts one, a second instance beside it,
+// on the run's clock.
 struct Daemons
 {
     DaemonProcess& first;
     DaemonProcess& second;
+    const SimClock& clock;
+
+    // A daemon that ended in the middle of a board request can't let go of
+    // the clock itself.
+    void reapHolds()
+    {
+        for (DaemonProcess* daemon : {&first, &second})
+        {
+            if (daemon->starts() > 0 && !daemon->running())
+            {
+                clock.dropHolds(daemon->processId());
+            }
+        }
+    }
 };
 
 void act(const DaemonAction& action, Board& board, Daemons daemons,
@@ -133,6 +148,7 @@ void act(const DaemonAction& action, Board& board, Daemons daemons,
     }
     DaemonProcess& daemon = daemons.first;
     daemon.kill();
+    daemons.reapHolds();
     if (action.kind == DaemonAction::Kind::restart)
     {
         board.smcReset();
@@ -245,7 +261,9 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
     ::setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.address().c_str(), 1);
 
     SimEnvironment env;
-    env.time = SimClock::startNow(scenario.speed, wallNowNs());
+    env.time =
+        SimClock::startNow(scenario.speed, wallNowNs(),
+                           "/ubbsim-clock-" + std::to_string(::getpid()));
     env.socketPath = scratch.path + "/board.sock";
     env.rootDir = (out / "root").string();
     env.eventLog = (out / "events.jsonl").string();
@@ -276,6 +294,7 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
                          (out / "trail-second.log").string(), false);
     daemon.start();
 
+    Daemons daemons{daemon, second, clock};
     auto actions = sortedActions(scenario);
     size_t next = 0;
     catchStopSignals();
@@ -286,14 +305,14 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
         while (next < actions.size() &&
                clock.now() >= boardTime(actions[next].at))
         {
-            act(actions[next++], *board, {daemon, second}, erot);
+            act(actions[next++], *board, daemons, erot);
         }
         // A reset that the eRoT accepted restarts the SMC.
         if (erot.endpoint().resetDue())
         {
-            act({.kind = DaemonAction::Kind::restart}, *board, {daemon, second},
-                erot);
+            act({.kind = DaemonAction::Kind::restart}, *board, daemons, erot);
         }
+        daemons.reapHolds();
         stats.sample(clock.now(), *board, daemon);
         std::this_thread::sleep_for(tick);
     }
@@ -308,6 +327,7 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
     erot.finish();
     board->writeWaveform((out / "waveform.vcd").string());
     ::shm_unlink(env.shmName.c_str());
+    SimClock::removePage(env.time.page);
 
     auto events = readEvents(env.eventLog);
     double wallSeconds = std::chrono::duration<double>(

@@ -22,7 +22,7 @@ int main()
         return 2;
     }
     // All of these serve the daemon until it is killed.
-    static ubbsim::BoardLink link(env->socketPath);
+    static ubbsim::BoardLink link(env->socketPath, env->time);
     static ubbsim::VirtualI2c i2c(link);
     static ubbsim::VirtualGpio gpio(link);
     static ubbsim::VirtualClock clock(env->time, env->sleepLog);
