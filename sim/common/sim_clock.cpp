@@ -264,12 +264,22 @@ void SimClock::advanceTo(SimTime at) const
 
 SimClock::Hold::Hold(const SimClock& clock) : clock(clock)
 {
-    ClockState& state = *clock.page->state;
+    clock.take();
+}
+
+void SimClock::holdUntilDropped() const
+{
+    take();
+}
+
+void SimClock::take() const
+{
+    ClockState& state = *page->state;
     Locked lock(state);
     int64_t mono = monotonicNs();
     if (state.held == 0)
     {
-        reanchor(state, boardNs(state, clock.timeBase.speed, mono), mono);
+        reanchor(state, boardNs(state, timeBase.speed, mono), mono);
     }
     ++state.held;
     pid_t self = ::getpid();

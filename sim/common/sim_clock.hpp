@@ -15,10 +15,10 @@ using SimTime = std::chrono::nanoseconds;
 
 // What both processes of a run agree on: board time runs `speed` times as
 // fast as the machine's monotonic clock from `monoStartNs` on, except that
-// it stands still while the daemon waits for the board and jumps by what
-// the board's operations cost (see SimClock). Those changes live in the
-// POSIX shared memory object `page`, which every process of the run maps;
-// a clock with no page keeps them to its own process.
+// it stands still while someone holds it and jumps by what operations cost
+// (see SimClock). Those changes live in the POSIX shared memory object
+// `page`, which every process of the run maps; a clock with no page keeps
+// them to its own process.
 struct TimeBase
 {
     int64_t monoStartNs = 0;
@@ -30,12 +30,13 @@ struct TimeBase
 struct ClockPage;
 
 // Board time as every process of a run sees it. Machine time counts at
-// `speed` only while nobody waits for the board: a request of the daemon
-// holds the clock from the moment it is sent until its reply is back, and
-// the board charges the operation's own cost by moving the clock on. So an
-// operation costs what the board models for it, whatever the speed and
-// however long the machine took to carry the request. Copies share one
-// clock.
+// `speed` only while nobody holds the clock: the daemon holds it while it
+// waits for the board (from sending a request until its reply is back),
+// for a D-Bus call or a command, and while it is being started; the board
+// and the daemon's backends then charge the operation's own cost by moving
+// the clock on. So an operation costs what the run models for it, whatever
+// the speed and however long the machine took to carry it. Copies share
+// one clock.
 class SimClock
 {
   public:
@@ -75,7 +76,12 @@ class SimClock
         const SimClock& clock;
     };
 
-    // Lets go of the holds of a process that ended while holding.
+    // A hold of the calling process that only dropHolds ends: a daemon
+    // takes one before its program is loaded and lets go of it once it
+    // runs, so that the machine's time to start it doesn't count.
+    void holdUntilDropped() const;
+    // Lets go of the holds of a process, one that ended while holding
+    // included.
     void dropHolds(pid_t process) const;
 
     const TimeBase& base() const
@@ -84,6 +90,8 @@ class SimClock
     }
 
   private:
+    void take() const;
+
     TimeBase timeBase;
     std::shared_ptr<ClockPage> page;
 };

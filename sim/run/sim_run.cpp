@@ -22,6 +22,7 @@
 #include <fstream>
 #include <iomanip>
 #include <iostream>
+#include <memory>
 #include <sstream>
 #include <thread>
 
@@ -274,6 +275,9 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
         env.sleepLog = (out / "sleeps.txt").string();
     }
     SimClock clock(env.time);
+    // Board time starts with the daemon: not while the run sets up the
+    // board, its neighbours and the eRoT's signed images.
+    auto setup = std::make_unique<SimClock::Hold>(clock);
     auto wallStart = std::chrono::steady_clock::now();
 
     auto board = makeBoard(scenario, clock);
@@ -289,10 +293,12 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
     auto environment = toEnvironment(env);
     environment.emplace_back("DBUS_SYSTEM_BUS_ADDRESS", bus.address());
     DaemonProcess daemon(options.daemonProgram, environment,
-                         (out / "trail.log").string(), options.echoTrail);
+                         (out / "trail.log").string(), options.echoTrail,
+                         clock);
     DaemonProcess second(options.daemonProgram, environment,
-                         (out / "trail-second.log").string(), false);
+                         (out / "trail-second.log").string(), false, clock);
     daemon.start();
+    setup.reset();
 
     Daemons daemons{daemon, second, clock};
     auto actions = sortedActions(scenario);

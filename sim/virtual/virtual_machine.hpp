@@ -9,6 +9,7 @@
 #include "virtual/board_link.hpp"
 
 #include <cstdio>
+#include <optional>
 #include <string>
 
 namespace ubbsim
@@ -48,12 +49,14 @@ class VirtualFileRoot : public orvane::platform::FileRoot
 
 // Commands run by the machine's shell, with the board's absolute paths
 // moved under the simulated root and its tools first on the PATH; busctl
-// and dd stay the machine's own.
+// and dd stay the machine's own. With a time base, board time stands still
+// while a command runs (until its pipe is closed) and each command costs
+// what starting one costs on the SMC.
 class VirtualShell : public orvane::platform::Shell
 {
   public:
-    explicit VirtualShell(std::string root) : root(std::move(root))
-    {}
+    explicit VirtualShell(std::string root,
+                          std::optional<TimeBase> time = std::nullopt);
 
     int system(const std::string& command) override;
     std::unique_ptr<orvane::platform::ShellPipe> popen(
@@ -63,6 +66,7 @@ class VirtualShell : public orvane::platform::Shell
 
   private:
     std::string root;
+    std::optional<SimClock> clock;
 };
 
 class VirtualDevMem : public orvane::platform::DevMem
