@@ -1,8 +1,8 @@
 #pragma once
 
 #include "common/sim_clock.hpp"
-#include "utils/platform/journal.hpp"
 #include "utils/platform/zellib.hpp"
+#include "utils/platform/journal.hpp"
 
 #include <mutex>
 #include <nlohmann/json.hpp>
