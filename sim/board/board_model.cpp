@@ -44,12 +44,14 @@ BoardModel::BoardModel(const Scenario& scenario) :
 {
     for (size_t oam = 0; oam < oams.size(); ++oam)
     {
+        // The RM sits on the OAM: an empty slot's bus has nobody at its
+        // address.
         if (scenario.oams[oam].present)
         {
             oams[oam] = std::make_unique<OamModule>(scenario.oams[oam]);
+            rms[oam] = std::make_unique<RmDevice>(static_cast<int>(oam),
+                                                  timeline, faults);
         }
-        rms[oam] =
-            std::make_unique<RmDevice>(static_cast<int>(oam), timeline, faults);
     }
     attachDevices();
     connect();
@@ -79,7 +81,10 @@ void BoardModel::attachDevices()
     buses.attach(sensorBus, emcAddress, emc);
     for (size_t oam = 0; oam < rms.size(); ++oam)
     {
-        buses.attach(rmBus[oam], rmAddress, *rms[oam]);
+        if (rms[oam])
+        {
+            buses.attach(rmBus[oam], rmAddress, *rms[oam]);
+        }
     }
     for (uint8_t address : ubbHotswapAddresses)
     {

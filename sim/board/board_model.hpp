@@ -52,8 +52,8 @@ class BoardModel
     ModulePower modules;
     UbbFpga fpga;
     OamMux mux;
-    std::array<std::unique_ptr<OamModule>, 8> oams;
-    std::array<std::unique_ptr<RmDevice>, 8> rms;
+    std::array<std::unique_ptr<OamModule>, 8> oams; // null: an empty slot
+    std::array<std::unique_ptr<RmDevice>, 8> rms;   // on the OAM, as above
     Emc1438 emc;
     SmcFpgaStatus smcStatus;
     std::vector<std::unique_ptr<PmbusDevice>> ubbPower;

@@ -21,7 +21,7 @@ class ClockTime final : public BoardTime
 
     void sleepUntil(SimTime at) const override
     {
-        clock.sleepUntil(at);
+        clock.advanceTo(at);
     }
 
   private:

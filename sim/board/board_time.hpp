@@ -15,8 +15,10 @@ class BoardTime
     virtual ~BoardTime() = default;
 
     virtual SimTime now() const = 0;
-    // Blocks the calling thread until board time `at`; never called with the
-    // board lock held.
+    // Returns once board time has reached `at`: the caller is busy on the
+    // board until then. The run's clock and a test's clock both move on to
+    // `at` at once rather than wait for it. Never called with the board
+    // lock held.
     virtual void sleepUntil(SimTime at) const = 0;
 };
 

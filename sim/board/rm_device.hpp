@@ -10,9 +10,10 @@
 namespace ubbsim
 {
 
-// The RM of one OAM (0x56 on its own bus), on the UBB's standby power. Its
-// registers have 16-bit offsets, high byte first; a write's bytes behind
-// the offset go to consecutive registers and reads go on from the offset.
+// The RM of one OAM (0x56 on its own bus): it sits on the OAM module, so
+// an empty slot has none. Its registers have 16-bit offsets, high byte
+// first; a write's bytes behind the offset go to consecutive registers and
+// reads go on from the offset.
 class RmDevice : public I2cDevice
 {
   public:

@@ -8,6 +8,22 @@
 namespace ubbsim
 {
 
+namespace
+{
+
+using namespace std::chrono_literals;
+
+// What the SMC's kernel spends on an operation, in board time: opening an
+// I2C bus (a transfer itself takes the time of its bits on the wire), and
+// the GPIO character device's calls. Finding a line by name walks every
+// chip's lines.
+constexpr SimTime busOpen = 10us;
+constexpr SimTime lineLookup = 30us;
+constexpr SimTime lineRequest = 5us;
+constexpr SimTime lineAccess = 2us; // read, drive or let go of a line
+
+} // namespace
+
 VirtualBoard::VirtualBoard(const Scenario& scenario,
                            std::unique_ptr<BoardTime> time) :
     time(std::move(time)),
@@ -22,10 +38,23 @@ std::unique_lock<std::mutex> VirtualBoard::settle()
     return lock;
 }
 
+template <typename Operation>
+auto VirtualBoard::spending(SimTime cost, Operation operation)
+{
+    SimTime done{0};
+    auto result = [&] {
+        auto lock = settle();
+        done = model.timeline.now() + cost;
+        return operation();
+    }();
+    time->sleepUntil(done);
+    return result;
+}
+
 int VirtualBoard::openBus(int bus)
 {
-    auto lock = settle();
-    return model.buses.exists(bus) ? 0 : -ENOENT;
+    return spending(busOpen,
+                    [&] { return model.buses.exists(bus) ? 0 : -ENOENT; });
 }
 
 int VirtualBoard::transfer(int bus, std::vector<I2cSegment>& segments, bool pec)
@@ -65,34 +94,31 @@ int VirtualBoard::busTransfer(int bus, std::vector<I2cSegment>& segments, bool)
 
 bool VirtualBoard::lineExists(const std::string& name)
 {
-    auto lock = settle();
-    return model.gpio.exists(name);
+    return spending(lineLookup, [&] { return model.gpio.exists(name); });
 }
 
 int VirtualBoard::requestLine(uint64_t owner, const std::string& name,
                               const std::string&, bool output, int,
                               int defaultValue, uint32_t& handle)
 {
-    auto lock = settle();
-    return model.gpio.request(owner, name, output, defaultValue, handle);
+    return spending(lineRequest, [&] {
+        return model.gpio.request(owner, name, output, defaultValue, handle);
+    });
 }
 
 int VirtualBoard::getLine(uint32_t handle)
 {
-    auto lock = settle();
-    return model.gpio.get(handle);
+    return spending(lineAccess, [&] { return model.gpio.get(handle); });
 }
 
 int VirtualBoard::setLine(uint32_t handle, int value)
 {
-    auto lock = settle();
-    return model.gpio.set(handle, value);
+    return spending(lineAccess, [&] { return model.gpio.set(handle, value); });
 }
 
 int VirtualBoard::releaseLine(uint32_t handle)
 {
-    auto lock = settle();
-    return model.gpio.release(handle);
+    return spending(lineAccess, [&] { return model.gpio.release(handle); });
 }
 
 void VirtualBoard::releaseOwner(uint64_t owner)

@@ -14,7 +14,8 @@ namespace ubbsim
 
 // The board behind the daemon's backends. One lock guards the model; every
 // call first applies what fell due up to its own time, and nobody sleeps
-// while holding it.
+// while holding it. Each call takes the board time that the operation
+// costs on the SMC: its caller is busy until then.
 class VirtualBoard final : public Board
 {
   public:
@@ -46,6 +47,9 @@ class VirtualBoard final : public Board
   private:
     // Takes the lock with everything due applied.
     std::unique_lock<std::mutex> settle();
+    // Carries out `operation` and spends `cost` of board time on it.
+    template <typename Operation>
+    auto spending(SimTime cost, Operation operation);
     // Waits for the bus to be free, moves the messages, waits for the wire.
     int busTransfer(int bus, std::vector<I2cSegment>& segments, bool pec);
 

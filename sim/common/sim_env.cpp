@@ -18,6 +18,7 @@ constexpr const char* sleepLogVar = "UBBSIM_SLEEP_LOG";
 constexpr const char* monoVar = "UBBSIM_MONO_START_NS";
 constexpr const char* speedVar = "UBBSIM_SPEED";
 constexpr const char* wallVar = "UBBSIM_WALL_START_NS";
+constexpr const char* clockVar = "UBBSIM_CLOCK_PAGE";
 
 std::optional<std::string> variable(const char* name, std::string& error)
 {
@@ -45,6 +46,7 @@ std::vector<std::pair<std::string, std::string>> toEnvironment(
         {monoVar, std::to_string(env.time.monoStartNs)},
         {speedVar, std::to_string(env.time.speed)},
         {wallVar, std::to_string(env.time.wallStartNs)},
+        {clockVar, env.time.page},
     };
 }
 
@@ -59,8 +61,9 @@ std::optional<SimEnvironment> readEnvironment(std::string& error)
     auto mono = variable(monoVar, error);
     auto speed = variable(speedVar, error);
     auto wall = variable(wallVar, error);
+    auto clock = variable(clockVar, error);
     if (!socket || !root || !events || !journal || !shm || !mono || !speed ||
-        !wall)
+        !wall || !clock)
     {
         return std::nullopt;
     }
@@ -69,6 +72,7 @@ std::optional<SimEnvironment> readEnvironment(std::string& error)
         env.time.monoStartNs = std::stoll(*mono);
         env.time.speed = std::stod(*speed);
         env.time.wallStartNs = std::stoll(*wall);
+        env.time.page = *clock;
     }
     catch (const std::exception&)
     {

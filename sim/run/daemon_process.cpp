@@ -17,10 +17,11 @@ namespace ubbsim
 {
 
 DaemonProcess::DaemonProcess(std::string program, Environment environment,
-                             const std::string& trailPath, bool echo) :
+                             const std::string& trailPath, bool echo,
+                             const SimClock& clock) :
     program(std::move(program)),
     environment(std::move(environment)), trail(trailPath, std::ios::app),
-    echo(echo)
+    echo(echo), clock(clock)
 {}
 
 DaemonProcess::~DaemonProcess()
@@ -44,6 +45,7 @@ void DaemonProcess::start()
     {
         // The daemon never ends by itself: it must not outlive the run.
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        clock.holdUntilDropped();
         ::dup2(pipeFds[1], STDOUT_FILENO);
         ::dup2(pipeFds[1], STDERR_FILENO);
         for (const auto& [name, value] : environment)

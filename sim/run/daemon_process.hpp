@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/sim_clock.hpp"
+
 #include <sys/types.h>
 
 #include <atomic>
@@ -20,8 +22,11 @@ class DaemonProcess
   public:
     using Environment = std::vector<std::pair<std::string, std::string>>;
 
+    // Board time on `clock` stands still from each start until the daemon
+    // runs and lets go of it.
     DaemonProcess(std::string program, Environment environment,
-                  const std::string& trailPath, bool echo);
+                  const std::string& trailPath, bool echo,
+                  const SimClock& clock);
     ~DaemonProcess();
     DaemonProcess(const DaemonProcess&) = delete;
     DaemonProcess& operator=(const DaemonProcess&) = delete;
@@ -52,6 +57,7 @@ class DaemonProcess
     Environment environment;
     std::ofstream trail;
     bool echo;
+    const SimClock& clock;
     pid_t pid = -1;
     int status = 0;
     bool reaped = false;

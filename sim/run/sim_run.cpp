@@ -24,6 +24,7 @@
 #include <fstream>
 #include <iomanip>
 #include <iostream>
+#include <memory>
 #include <sstream>
 #include <thread>
 
@@ -118,11 +119,26 @@ SimTime boardTime(Seconds seconds)
     return SimTime(static_cast<int64_t>(seconds * 1e9));
 }
 
-// The daemon and, when a scenario starts one, a second instance beside it.
+// The daemon and, when a scenario starts one, a second instance beside it,
+// on the run's clock.
 struct Daemons
 {
     DaemonProcess& first;
     DaemonProcess& second;
+    const SimClock& clock;
+
+    // A daemon that ended in the middle of a board request can't let go of
+    // the clock itself.
+    void reapHolds()
+    {
+        for (DaemonProcess* daemon : {&first, &second})
+        {
+            if (daemon->starts() > 0 && !daemon->running())
+            {
+                clock.dropHolds(daemon->processId());
+            }
+        }
+    }
 };
 
 void act(const DaemonAction& action, Board& board, Daemons daemons,
@@ -135,6 +151,7 @@ void act(const DaemonAction& action, Board& board, Daemons daemons,
     }
     DaemonProcess& daemon = daemons.first;
     daemon.kill();
+    daemons.reapHolds();
     if (action.kind == DaemonAction::Kind::restart)
     {
         board.smcReset();
@@ -247,7 +264,9 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
     ::setenv("DBUS_SYSTEM_BUS_ADDRESS", bus.address().c_str(), 1);
 
     SimEnvironment env;
-    env.time = SimClock::startNow(scenario.speed, wallNowNs());
+    env.time =
+        SimClock::startNow(scenario.speed, wallNowNs(),
+                           "/ubbsim-clock-" + std::to_string(::getpid()));
     env.socketPath = scratch.path + "/board.sock";
     env.rootDir = (out / "root").string();
     env.eventLog = (out / "events.jsonl").string();
@@ -258,6 +277,9 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
         env.sleepLog = (out / "sleeps.txt").string();
     }
     SimClock clock(env.time);
+    // Board time starts with the daemon: not while the run sets up the
+    // board, its neighbours and the eRoT's signed images.
+    auto setup = std::make_unique<SimClock::Hold>(clock);
     auto wallStart = std::chrono::steady_clock::now();
 
     auto board = makeBoard(scenario, clock);
@@ -275,11 +297,14 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
     auto environment = toEnvironment(env);
     environment.emplace_back("DBUS_SYSTEM_BUS_ADDRESS", bus.address());
     DaemonProcess daemon(options.daemonProgram, environment,
-                         (out / "trail.log").string(), options.echoTrail);
+                         (out / "trail.log").string(), options.echoTrail,
+                         clock);
     DaemonProcess second(options.daemonProgram, environment,
-                         (out / "trail-second.log").string(), false);
+                         (out / "trail-second.log").string(), false, clock);
     daemon.start();
+    setup.reset();
 
+    Daemons daemons{daemon, second, clock};
     auto actions = sortedActions(scenario);
     size_t next = 0;
     ClientCalls clients;
@@ -292,7 +317,7 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
         while (next < actions.size() &&
                clock.now() >= boardTime(actions[next].at))
         {
-            act(actions[next++], *board, {daemon, second}, erot);
+            act(actions[next++], *board, daemons, erot);
         }
         while (nextClient < scenario.clients.size() &&
                clock.now() >= boardTime(scenario.clients[nextClient].at))
@@ -302,9 +327,9 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
         // A reset that the eRoT accepted restarts the SMC.
         if (erot.endpoint().resetDue())
         {
-            act({.kind = DaemonAction::Kind::restart}, *board, {daemon, second},
-                erot);
+            act({.kind = DaemonAction::Kind::restart}, *board, daemons, erot);
         }
+        daemons.reapHolds();
         stats.sample(clock.now(), *board, daemon);
         std::this_thread::sleep_for(tick);
     }
@@ -320,6 +345,7 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
     erot.finish();
     board->writeWaveform((out / "waveform.vcd").string());
     ::shm_unlink(env.shmName.c_str());
+    SimClock::removePage(env.time.page);
 
     auto events = readEvents(env.eventLog);
     double wallSeconds = std::chrono::duration<double>(

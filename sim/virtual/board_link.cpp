@@ -48,7 +48,8 @@ int connectTo(const std::string& path)
 
 } // namespace
 
-BoardLink::BoardLink(std::string socketPath) : socketPath(std::move(socketPath))
+BoardLink::BoardLink(std::string socketPath, const TimeBase& time) :
+    socketPath(std::move(socketPath)), clock(time)
 {}
 
 int BoardLink::connection()
@@ -62,6 +63,7 @@ int BoardLink::connection()
 
 std::vector<uint8_t> BoardLink::call(const WireWriter& request)
 {
+    SimClock::Hold hold(clock);
     int fd = connection();
     std::vector<uint8_t> reply;
     if (fd < 0 || !sendFrame(fd, request.buffer()) || !receiveFrame(fd, reply))

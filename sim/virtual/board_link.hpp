@@ -1,5 +1,6 @@
 #pragma once
 
+#include "common/sim_clock.hpp"
 #include "common/wire.hpp"
 
 #include <cstdint>
@@ -21,10 +22,13 @@ class BoardPort
 
 // Over ubb-sim's socket, with one connection per thread, so the daemon's
 // threads reach the board as independently as they would the hardware.
+// Board time stands still while a request is on its way and back: the
+// board charges what the operation costs, the machine's round trip costs
+// nothing.
 class BoardLink : public BoardPort
 {
   public:
-    explicit BoardLink(std::string socketPath);
+    BoardLink(std::string socketPath, const TimeBase& time);
 
     std::vector<uint8_t> call(const WireWriter& request) override;
 
@@ -32,6 +36,7 @@ class BoardLink : public BoardPort
     int connection();
 
     std::string socketPath;
+    SimClock clock;
 };
 
 } // namespace ubbsim

@@ -28,6 +28,53 @@ constexpr const char* boardPrefixes[] = {
     "/dev/mtd",
 };
 
+using namespace std::chrono_literals;
+
+// Starting a command: a fork and exec of the shell on the SMC.
+constexpr SimTime commandStart = 10ms;
+
+// A command's pipe that keeps board time still until it is closed.
+class HeldPipe : public orvane::platform::ShellPipe
+{
+  public:
+    HeldPipe(std::unique_ptr<orvane::platform::ShellPipe> pipe,
+             std::unique_ptr<SimClock::Hold> hold, const SimClock& clock) :
+        pipe(std::move(pipe)),
+        hold(std::move(hold)), clock(clock)
+    {}
+    ~HeldPipe() override
+    {
+        release();
+    }
+    HeldPipe(const HeldPipe&) = delete;
+    HeldPipe& operator=(const HeldPipe&) = delete;
+
+    size_t read(char* buffer, size_t length) override
+    {
+        return pipe->read(buffer, length);
+    }
+    int close() override
+    {
+        int status = pipe->close();
+        release();
+        return status;
+    }
+
+  private:
+    void release()
+    {
+        if (hold)
+        {
+            hold.reset();
+            clock.advanceTo(clock.now() + commandStart);
+        }
+    }
+
+    std::unique_ptr<orvane::platform::ShellPipe> pipe;
+    std::unique_ptr<SimClock::Hold> hold;
+    const SimClock& clock;
+};
+
 bool startsPath(const std::string& text, size_t at)
 {
     if (at == 0)
@@ -124,20 +171,47 @@ std::optional<int> VirtualShell::driverWrite(const std::string& command)
     return written ? 0 : 1 << 8;
 }
 
+VirtualShell::VirtualShell(std::string root, BoardPort* board,
+                           std::optional<TimeBase> time) :
+    root(std::move(root)), board(board)
+{
+    if (time)
+    {
+        clock.emplace(*time);
+    }
+}
+
 int VirtualShell::system(const std::string& command)
 {
     if (auto status = driverWrite(command))
     {
         return *status;
     }
-    return std::system(rewrite(command).c_str());
+    if (!clock)
+    {
+        return std::system(rewrite(command).c_str());
+    }
+    SimClock::Hold hold(*clock);
+    int status = std::system(rewrite(command).c_str());
+    clock->advanceTo(clock->now() + commandStart);
+    return status;
 }
 
 std::unique_ptr<orvane::platform::ShellPipe> VirtualShell::popen(
     const std::string& command)
 {
     static auto machine = orvane::platform::makeRealShell();
-    return machine->popen(rewrite(command));
+    if (!clock)
+    {
+        return machine->popen(rewrite(command));
+    }
+    auto hold = std::make_unique<SimClock::Hold>(*clock);
+    auto pipe = machine->popen(rewrite(command));
+    if (!pipe)
+    {
+        return nullptr;
+    }
+    return std::make_unique<HeldPipe>(std::move(pipe), std::move(hold), *clock);
 }
 
 orvane::platform::DevMemResult VirtualDevMem::readWord(uint64_t base,

@@ -51,13 +51,14 @@ class VirtualFileRoot : public orvane::platform::FileRoot
 // moved under the simulated root and its tools first on the PATH; busctl
 // and dd stay the machine's own. With a board, an echo into a driver's
 // sysfs bind or unbind file goes to the board, which binds or unbinds as
-// the kernel would.
+// the kernel would. With a time base, board time stands still while a
+// command runs (until its pipe is closed) and each command costs what
+// starting one costs on the SMC.
 class VirtualShell : public orvane::platform::Shell
 {
   public:
-    explicit VirtualShell(std::string root, BoardPort* board = nullptr) :
-        root(std::move(root)), board(board)
-    {}
+    explicit VirtualShell(std::string root, BoardPort* board = nullptr,
+                          std::optional<TimeBase> time = std::nullopt);
 
     int system(const std::string& command) override;
     std::unique_ptr<orvane::platform::ShellPipe> popen(
@@ -71,6 +72,7 @@ class VirtualShell : public orvane::platform::Shell
 
     std::string root;
     BoardPort* board;
+    std::optional<SimClock> clock;
 };
 
 class VirtualDevMem : public orvane::platform::DevMem
