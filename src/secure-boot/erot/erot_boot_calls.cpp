@@ -93,7 +93,7 @@ int ErotSignalBootSuccess(BootContext& context, uint8_t stage)
 int ErotBPRRead(BootContext& context, uint32_t* pCount,
                 erot::BootPartitionRecord** pEntries)
 {
-    // Two pieces: the double blank before the closing stars is the text's.
+    // Two pieces: the double blank before the closing stars is the line's own.
     ConsoleLog(INFO) << "*** Read Boot Partition Record "
                      << " ***";
     uint8_t status = 0;

@@ -445,7 +445,7 @@ TEST_F(PowerGoodReadingTest, DiagnosticEventsOnlyWithBothPowersOn)
     const Case cases[] = {
         {14, 0x27, 0x04, 0x07, "HSC power good,Critical Value 0x7", "(Not equal 0x0f). I2C bus 14; Slave address 0x27; Register offset 0x04; Reading value: 0x7"},
         {14, 0x27, 0x04, 0xEF, "", ""},
-        // Compared with 0xFF although the text names 0xcf.
+        // Compared with 0xFF although its event text names 0xcf.
         {4, 0x25, 0x03, 0xCF, "UBB power good,Critical Value 0xCF", "(Not equal 0xcf). I2C bus 4; Slave address 0x25; Register offset 0x03; Reading value: 0xcf"},
         {4, 0x25, 0x01, 0x01, "", ""}, // not a watched register
     };
