@@ -61,9 +61,8 @@ std::optional<SimEnvironment> readEnvironment(std::string& error)
     auto mono = variable(monoVar, error);
     auto speed = variable(speedVar, error);
     auto wall = variable(wallVar, error);
-    auto clock = variable(clockVar, error);
     if (!socket || !root || !events || !journal || !shm || !mono || !speed ||
-        !wall || !clock)
+        !wall)
     {
         return std::nullopt;
     }
@@ -72,7 +71,10 @@ std::optional<SimEnvironment> readEnvironment(std::string& error)
         env.time.monoStartNs = std::stoll(*mono);
         env.time.speed = std::stod(*speed);
         env.time.wallStartNs = std::stoll(*wall);
-        env.time.page = *clock;
+        // Without a shared page the daemon keeps board time to itself, as
+        // when it is started alone on a bus with no board behind it.
+        const char* page = std::getenv(clockVar);
+        env.time.page = page == nullptr ? "" : page;
     }
     catch (const std::exception&)
     {
