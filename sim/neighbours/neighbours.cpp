@@ -348,6 +348,9 @@ void Neighbours::Impl::releaseName(Service& service)
 
 void Neighbours::Impl::stopAll()
 {
+    // A start that failed part way leaves services without a connection.
+    std::erase_if(services,
+                  [](const Service& service) { return !service.connection; });
     for (Service& service : services)
     {
         service.connection->leaveEventLoop();

@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -39,11 +41,22 @@ void writeConfig(const std::string& path, const std::string& socket)
            "</busconfig>\n";
 }
 
+// The socket file appears a moment before dbus-daemon listens on it: ready
+// means a connection is accepted.
 bool exists(const std::string& path)
 {
-    struct stat info
-    {};
-    return ::stat(path.c_str(), &info) == 0;
+    int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd < 0)
+    {
+        return false;
+    }
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    bool accepted = ::connect(fd, reinterpret_cast<sockaddr*>(&address),
+                              sizeof(address)) == 0;
+    ::close(fd);
+    return accepted;
 }
 
 } // namespace
@@ -88,7 +101,7 @@ BusDaemon::BusDaemon(const std::string& directory)
     }
     if (!exists(socket))
     {
-        throw std::runtime_error("dbus-daemon did not open its socket");
+        throw std::runtime_error("dbus-daemon did not listen on its socket");
     }
     busAddress = "unix:path=" + socket;
 }
