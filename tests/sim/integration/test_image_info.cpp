@@ -2,6 +2,8 @@
 // the machine's busctl against the run's private bus, as the scenario's
 // "clients" call it.
 
+#include "json_lines.hpp"
+
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -23,17 +25,6 @@ namespace fs = std::filesystem;
 using nlohmann::json;
 using ::testing::HasSubstr;
 using ::testing::Not;
-
-std::vector<json> jsonLines(const fs::path& path)
-{
-    std::vector<json> lines;
-    std::ifstream in(path);
-    for (std::string line; std::getline(in, line);)
-    {
-        lines.push_back(json::parse(line));
-    }
-    return lines;
-}
 
 TEST(ImageInfoClient, SeesTheInterfacesCommitsAndHearsADeadLink)
 {

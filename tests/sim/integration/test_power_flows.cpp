@@ -1,5 +1,7 @@
 // Whole ubb-sim runs of the virtual daemon against the simulated board.
 
+#include "json_lines.hpp"
+
 #include "common/vcd_reader.hpp"
 #include "virtual/virtual_machine.hpp"
 
@@ -150,17 +152,6 @@ struct SimRun
         return at < 0 ? -1.0 : static_cast<double>(at) / 1e9;
     }
 };
-
-std::vector<json> jsonLines(const fs::path& path)
-{
-    std::vector<json> lines;
-    std::ifstream in(path);
-    for (std::string line; std::getline(in, line);)
-    {
-        lines.push_back(json::parse(line));
-    }
-    return lines;
-}
 
 // Runs ubb-sim quietly with a scenario name or file into a fresh directory.
 SimRun runSim(const std::string& scenario,
