@@ -74,7 +74,14 @@ constexpr uint8_t FAILOVER_IFWI = 0x08;
 class SecureBootService
 {
   public:
-    SecureBootService(sem_t* criticalSection, bool warmGood);
+    // Reads all that the boot needs from the eRoT and checks the components
+    // that no driver step verifies; may reset the SMC or halt.
+    SecureBootService(sem_t* criticalSection, bool hostPowerOn);
+    // The record alone, without a word to the eRoT: for tools and tests.
+    struct RecordOnly
+    {};
+    static constexpr RecordOnly recordOnly{};
+    SecureBootService(sem_t* criticalSection, bool hostPowerOn, RecordOnly);
 
     void runUbbVrUpdate();
     void runSecureBoot(OrvaneSvcState& state);
@@ -120,12 +127,21 @@ class SecureBootService
     std::vector<std::shared_future<void>> bootThreads;
     std::atomic<uint32_t> bootFailureState{0};
     std::atomic<uint32_t> recoveredCount{0};
+    // Serialises the read-modify-write of the persist record between the
+    // component threads: the last writer still wins, but defined.
+    std::mutex persistLock;
+
+    // The strategy slot of a driver component; null for any other id.
+    std::shared_ptr<ImageProcessStrategy>* strategySlot(FwType id);
 
   private:
+    // The eRoT reads and checks of the constructor, in their order.
+    void start();
+
     // The side that the eRoT runs the SMC from; A when it refuses to say.
     uint8_t readActiveSide();
 
-    bool warmGood;
+    bool hostPowerOn;
 };
 
 // The components of the driver in their boot order, none recovered.

@@ -214,7 +214,7 @@ TEST_F(ImageInfoTest, HaltAfterACommitLeavesTheBusServing)
     platform::Platform seams = platform::current();
     seams.clock = &asleep;
     platform::Platform before = platform::install(seams);
-    SecureBootService service(&semaphore, false);
+    SecureBootService service(&semaphore, false, SecureBootService::recordOnly);
     AttachImageInfoService(&service);
 
     device.reply(response(0x0D, 0));

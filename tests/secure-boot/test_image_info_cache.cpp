@@ -23,7 +23,7 @@ using ::testing::HasSubstr;
 class ImageCacheTest : public ImageInfoTest
 {
   protected:
-    SecureBootService service{&semaphore, false};
+    SecureBootService service{&semaphore, false, SecureBootService::recordOnly};
 };
 
 TEST_F(ImageCacheTest, CachePublishesTheSideThatTheRecordNames)

@@ -30,7 +30,7 @@ class StrategyTest : public ErotBootTest
         return strategy;
     }
 
-    SecureBootService service{&semaphore, false};
+    SecureBootService service{&semaphore, false, SecureBootService::recordOnly};
 };
 
 TEST_F(StrategyTest, PathsFollowTheActiveSideAndOnlyImagePairsHaveOne)

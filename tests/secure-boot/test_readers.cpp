@@ -250,24 +250,24 @@ TEST(Readers, RmCheckNeedsTheImageDigestFromAllEightOams)
                      reply << true;
                      return 0;
                  });
-    rm.addMethod(
-        object, interface, "GetSHA256HASH", "u", "bay",
-        [&](sdbus::MethodCall& call, sdbus::MethodReply& reply) {
-            uint32_t oam = 0;
-            call >> oam;
-            RmReply kind = replies.at(oam);
-            uint8_t bytes[32];
-            std::copy(digest, digest + 32, bytes);
-            bytes[31] ^= kind == RmReply::wrong ? 1 : 0;
-            if (kind == RmReply::error)
-            {
-                return -EIO;
-            }
-            reply << (kind != RmReply::refused);
-            reply << std::vector<uint8_t>(
-                bytes, bytes + (kind == RmReply::shortDigest ? 16 : 32));
-            return 0;
-        });
+    rm.addMethod(object, interface, "GetSHA256HASH", "u", "bay",
+                 [&](sdbus::MethodCall& call, sdbus::MethodReply& reply) {
+                     uint32_t oam = 0;
+                     call >> oam;
+                     RmReply kind = replies.at(oam);
+                     uint8_t bytes[32];
+                     std::copy(digest, digest + 32, bytes);
+                     bytes[31] ^= kind == RmReply::wrong ? 1 : 0;
+                     if (kind == RmReply::error)
+                     {
+                         return -EIO;
+                     }
+                     reply << (kind != RmReply::refused);
+                     reply << std::vector<uint8_t>(
+                         bytes,
+                         bytes + (kind == RmReply::shortDigest ? 16 : 32));
+                     return 0;
+                 });
     rm.start();
 
     struct Case
@@ -287,7 +287,7 @@ TEST(Readers, RmCheckNeedsTheImageDigestFromAllEightOams)
         {2, RmReply::shortDigest, false, 3,
          "Failed to copy RM HASH, hash.size()=16"},
     };
-    SecureBootService service(nullptr, false);
+    SecureBootService service(nullptr, false, SecureBootService::recordOnly);
     int before = 0;
     for (const Case& c : cases)
     {

@@ -19,7 +19,7 @@ using ::testing::HasSubstr;
 class ServiceRecordTest : public ErotBootTest
 {
   protected:
-    SecureBootService service{&semaphore, false};
+    SecureBootService service{&semaphore, false, SecureBootService::recordOnly};
 };
 
 TEST_F(ServiceRecordTest, VrUpdateFlagFiles)

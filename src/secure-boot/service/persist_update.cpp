@@ -10,6 +10,7 @@ namespace orvane
 void UpdatePersist(SecureBootService& service, const std::string& name,
                    const std::function<void(erot::SmcPersistRecord&)>& change)
 {
+    std::lock_guard<std::mutex> hold(service.persistLock);
     // Read beside the working copy, so that a bad read leaves it as it was.
     erot::SmcPersistRecord record{};
     uint16_t length = 0;

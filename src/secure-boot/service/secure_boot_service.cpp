@@ -38,15 +38,52 @@ std::vector<ComponentEntry> DriverComponents()
     return entries;
 }
 
-SecureBootService::SecureBootService(sem_t* semaphore, bool warmGood) :
+SecureBootService::SecureBootService(sem_t* semaphore, bool hostPowerOn,
+                                     RecordOnly) :
     components(DriverComponents()),
     criticalSection(std::make_shared<BootContext>()),
     bprTable(std::make_shared<BprTable>()),
-    persist(std::make_shared<erot::SmcPersistRecord>()), warmGood(warmGood)
+    persist(std::make_shared<erot::SmcPersistRecord>()),
+    hostPowerOn(hostPowerOn)
 {
     criticalSection->criticalSection = semaphore;
-    ubbVrService = std::make_shared<UbbVrUpdater>(semaphore, warmGood);
-    oamVrService = std::make_shared<OamVrUpdater>(semaphore, warmGood);
+    ubbVrService = std::make_shared<UbbVrUpdater>(semaphore, hostPowerOn);
+    oamVrService = std::make_shared<OamVrUpdater>(semaphore, hostPowerOn);
+}
+
+SecureBootService::SecureBootService(sem_t* semaphore, bool hostPowerOn) :
+    SecureBootService(semaphore, hostPowerOn, recordOnly)
+{
+    start();
+}
+
+void SecureBootService::start()
+{}
+
+std::shared_ptr<ImageProcessStrategy>* SecureBootService::strategySlot(
+    FwType id)
+{
+    switch (id)
+    {
+        case FwType::VR:
+            return &vrStrategy;
+        case FwType::UBB_FPGA:
+            return &ubbFpgaStrategy;
+        case FwType::Retimer:
+            return &retimerStrategy;
+        case FwType::Retimer_1:
+            return &retimer1Strategy;
+        case FwType::Retimer_2:
+            return &retimer2Strategy;
+        case FwType::RM:
+            return &rmStrategy;
+        case FwType::IFWI:
+            return &ifwiStrategy;
+        case FwType::BUNDLE:
+            return &bundleStrategy;
+        default:
+            return nullptr;
+    }
 }
 
 uint8_t SecureBootService::readActiveSide()
@@ -102,7 +139,7 @@ void SecureBootService::runSecureBoot(OrvaneSvcState& state)
 {
     // After a warm reset with power good the hardware keeps running as it
     // is: nothing of standby is repeated.
-    if (warmGood)
+    if (hostPowerOn)
     {
         return;
     }

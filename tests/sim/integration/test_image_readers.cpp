@@ -150,7 +150,8 @@ TEST(ImageReaders, AHealthyBoardHoldsWhatItsImageTreeSays)
 
         RetimerImageStrategy retimers(0, "retimer.ahdr", "retimer.bin");
         EXPECT_TRUE(ReadRetimerConfig(retimers, 0, "Retimer"));
-        SecureBootService service(nullptr, false);
+        SecureBootService service(nullptr, false,
+                                  SecureBootService::recordOnly);
         EXPECT_TRUE(CheckRmHash(service, "/var/lib/images/A/rm.bin"));
     });
     EXPECT_THAT(out, HasSubstr("Load UBB-FPGA image from /dev/mtd5"));
@@ -181,7 +182,8 @@ TEST(ImageReaders, SpoiltDevicesAreFoundOut)
 
         RetimerImageStrategy retimers(0, "retimer.ahdr", "retimer.bin");
         EXPECT_FALSE(ReadRetimerConfig(retimers, 0, "Retimer"));
-        SecureBootService service(nullptr, false);
+        SecureBootService service(nullptr, false,
+                                  SecureBootService::recordOnly);
         EXPECT_FALSE(CheckRmHash(service, "/var/lib/images/A/rm.bin"));
     });
     EXPECT_THAT(out, HasSubstr("MISO neq reg val is non zero - 0x88"));
