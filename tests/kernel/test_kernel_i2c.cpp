@@ -52,11 +52,7 @@ int32_t onDescriptor(int bus, uint8_t address,
 {
     auto& i2c = platform::i2c();
     int fd = i2c.open("/dev/i2c-" + std::to_string(bus), O_RDWR);
-    if (fd < 0 || i2c.setSlave(fd, address) < 0)
-    {
-        return -1;
-    }
-    int32_t result = call(fd);
+    int32_t result = fd < 0 || i2c.setSlave(fd, address) < 0 ? -1 : call(fd);
     i2c.close(fd);
     return result;
 }
