@@ -249,10 +249,20 @@ TEST(PowerFlow, NominalBootRunsEveryStageInOrder)
         EXPECT_EQ(sim.trailCount(step), 1) << step;
     }
     EXPECT_THAT(sim.texts(poweredOff), ElementsAre("Base powered off."));
-    EXPECT_THAT(sim.texts(poweredOn), ElementsAre("UBB standby has powered on",
-                                                  "OAM standby has powered on",
-                                                  "UBB base has powered on",
-                                                  "OAM base has powered on"));
+    // The serial components come up before standby stage 2, the threaded
+    // ones, in either order, after it.
+    const char* const component = "The secure boot of the component ";
+    std::vector<std::string> poweredOnTexts = sim.texts(poweredOn);
+    ASSERT_EQ(poweredOnTexts.size(), 8U);
+    std::sort(poweredOnTexts.begin() + 4, poweredOnTexts.begin() + 6);
+    EXPECT_THAT(
+        poweredOnTexts,
+        ElementsAre(component + std::string("UBB_FPGA is completed."),
+                    component + std::string("Retimer is completed."),
+                    "UBB standby has powered on", "OAM standby has powered on",
+                    component + std::string("IFWI is completed."),
+                    component + std::string("RM is completed."),
+                    "UBB base has powered on", "OAM base has powered on"));
     EXPECT_EQ(sim.powerStatus("StandbyPowerStatus"), "On");
     EXPECT_EQ(sim.powerStatus("BasePowerStatus"), "Off");
     EXPECT_EQ(sim.orvaneProperty("SecureBoot_Status", "Status"), "Success");
