@@ -8,6 +8,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <filesystem>
@@ -30,32 +31,16 @@ namespace fs = std::filesystem;
 const std::string configDir = "/sys/kernel/config/gpio-sim/board";
 const std::string traceDir = "/sys/kernel/tracing";
 
-std::string trimmed(std::string text)
-{
-    while (!text.empty() && (text.back() == '\n' || text.back() == ' '))
-    {
-        text.pop_back();
-    }
-    return text;
-}
-
 // "08-00" as the trace prints a buffer, to "0800".
 std::string bytesOf(const std::string& details)
 {
     auto open = details.find('[');
-    auto close = details.rfind(']');
-    std::string bytes;
-    if (open == std::string::npos || close == std::string::npos)
+    if (open == std::string::npos)
     {
-        return bytes;
+        return "";
     }
-    for (char c : details.substr(open + 1, close - open - 1))
-    {
-        if (c != '-')
-        {
-            bytes += c;
-        }
-    }
+    std::string bytes = details.substr(open + 1, details.find(']') - open - 1);
+    std::erase(bytes, '-');
     return bytes;
 }
 
@@ -80,6 +65,12 @@ std::string readText(const std::string& path)
     return text.str();
 }
 
+std::string readLine(const std::string& path)
+{
+    std::string text = readText(path);
+    return text.substr(0, text.find('\n'));
+}
+
 void writeText(const std::string& path, const std::string& text)
 {
     std::ofstream out(path);
@@ -92,20 +83,20 @@ void writeText(const std::string& path, const std::string& text)
 }
 
 SimChip::SimChip() :
-    deviceName(trimmed(readText(configDir + "/dev_name"))),
-    chipName(trimmed(readText(configDir + "/bank0/chip_name")))
+    deviceName(readLine(configDir + "/dev_name")),
+    chipName(readLine(configDir + "/bank0/chip_name"))
 {
     int count = std::stoi(readText(configDir + "/bank0/num_lines"));
     for (int line = 0; line < count; ++line)
     {
-        names.push_back(trimmed(readText(configDir + "/bank0/line" +
-                                         std::to_string(line) + "/name")));
+        names.push_back(readLine(configDir + "/bank0/line" +
+                                 std::to_string(line) + "/name"));
     }
     // The sysfs class names each chip by its first global number.
     for (const auto& entry : fs::directory_iterator("/sys/class/gpio"))
     {
         const fs::path label = entry.path() / "label";
-        if (fs::exists(label) && trimmed(readText(label)) == "board")
+        if (fs::exists(label) && readLine(label) == "board")
         {
             base = std::stoul(readText(entry.path() / "base"));
             return;
@@ -121,14 +112,12 @@ std::string SimChip::device() const
 
 unsigned SimChip::offset(const std::string& line) const
 {
-    for (unsigned at = 0; at < names.size(); ++at)
+    auto at = std::find(names.begin(), names.end(), line);
+    if (at == names.end())
     {
-        if (names[at] == line)
-        {
-            return at;
-        }
+        throw std::runtime_error("no line " + line + " on the board's chip");
     }
-    throw std::runtime_error("no line " + line + " on the board's chip");
+    return static_cast<unsigned>(at - names.begin());
 }
 
 std::string SimChip::lineAt(unsigned offset) const

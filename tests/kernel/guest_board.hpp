@@ -81,6 +81,7 @@ class LineWatch
 };
 
 std::string readText(const std::string& path);
+std::string readLine(const std::string& path); // the first, without '\n'
 void writeText(const std::string& path, const std::string& text);
 
 } // namespace orvane::kernel_test

@@ -160,19 +160,17 @@ TEST(KernelI2c, EveryOperationFormReachesTheBusAsMeant)
          {"2-70 w:04", "2-70 w:" + withPec(0x70, {0x08}), "2-70 w:01"},
          {},
          ""},
-        {"SMBus byte data read and write on an open descriptor",
+        {"SMBus byte data read on an open descriptor",
          [](int&, Bytes& r) {
              int32_t value = onDescriptor(3, 0x56, [](int fd) {
-                 return platform::i2c().smbusWriteByteData(fd, 0x41, 0x00) < 0
-                            ? -1
-                            : platform::i2c().smbusReadByteData(fd, 0x92);
+                 return platform::i2c().smbusReadByteData(fd, 0x92);
              });
              r.assign(1, static_cast<uint8_t>(value));
              return value >= 0;
          },
          true,
          untouched,
-         {"3-56 w:4100", "3-56 w:92 r:02"},
+         {"3-56 w:92 r:02"},
          {0x02},
          ""},
         {"SMBus I2C block write on an open descriptor",
@@ -261,18 +259,6 @@ TEST(KernelI2c, EveryOperationFormReachesTheBusAsMeant)
         EXPECT_EQ(trace.texts(), form.transfers);
         EXPECT_EQ(read, form.read);
         EXPECT_NE(console.find(form.console), std::string::npos) << console;
-    }
-}
-
-// The board's buses are where the daemon opens them.
-TEST(KernelI2c, EveryBoardBusOpens)
-{
-    for (int bus : {0, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 14})
-    {
-        int event = -1;
-        EXPECT_TRUE(WriteReadWithRetry(&event, 1, bus, 0x56, 0, 0, nullptr, 0,
-                                       nullptr, false, ""))
-            << "bus " << bus;
     }
 }
 
