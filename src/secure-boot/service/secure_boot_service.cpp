@@ -160,12 +160,4 @@ void SecureBootService::runSecureBoot(OrvaneSvcState& state)
 void SecureBootService::getComponentTimes(ComponentTimes&) const
 {}
 
-bool SecureBootService::parallelTask(sem_t* semaphore)
-{
-    SetSecureBootStatus("Success");
-    sem_post(semaphore);
-    ConsoleLog(INFO) << "*** Leave Boot Critical Section. ***";
-    return true;
-}
-
 } // namespace orvane
