@@ -12,6 +12,7 @@
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <map>
 #include <optional>
 
 namespace ubbsim::erot
@@ -67,11 +68,16 @@ SideInfo sideInfo(const SignedImage& image, const AhdrFields& fields)
     return info;
 }
 
+// The images of one component signed so far, by SVN and key: a build
+// signs an image once, so both sides of a healthy board hold the same
+// bytes, signature included.
+using SignedImages = std::map<std::pair<uint32_t, uint8_t>, SignedImage>;
+
 // One side of one component: its image signed (and spoilt) as marked,
 // written unless it has no file or is missing.
 SideInfo prepareSide(const FwComponent& component, AhdrFields fields,
                      const ErotImageMark* mark, const BoardKeys& keys,
-                     const fs::path& directory)
+                     const fs::path& directory, SignedImages& signedOnce)
 {
     using Kind = ErotImageMark::Kind;
     std::optional<Kind> kind;
@@ -91,9 +97,14 @@ SideInfo prepareSide(const FwComponent& component, AhdrFields fields,
         key = &keys.unknown;
         index = unknownKeyIndex;
     }
-    SignedImage image = signImage(
-        fields, generatedPayload(component.id, fields.version, payloadSize),
-        *key, index, component.id == bundleId);
+    auto [found, fresh] = signedOnce.try_emplace({fields.svn, index});
+    if (fresh)
+    {
+        found->second = signImage(
+            fields, generatedPayload(component.id, fields.version, payloadSize),
+            *key, index, component.id == bundleId);
+    }
+    SignedImage image = found->second;
     SideInfo info = sideInfo(image, fields);
     if (kind == Kind::tampered)
     {
@@ -127,6 +138,7 @@ ComponentState prepareComponent(const ErotScenario& scenario,
     fields.version = setting.version.value_or(defaultVersion(component.id));
     fields.svn = setting.svn.value_or(defaultSvn);
     fields.details = details(component, fields.version);
+    SignedImages signedOnce;
     for (int side = 0; side < 2; ++side)
     {
         fs::path directory = root / "var/lib/images" / sideDirectories[side];
@@ -137,8 +149,8 @@ ComponentState prepareComponent(const ErotScenario& scenario,
             // Just below the committed minimum, whatever that is.
             sideFields.svn = state.minSvn - 1;
         }
-        state.sides[side] =
-            prepareSide(component, sideFields, mark, keys, directory);
+        state.sides[side] = prepareSide(component, sideFields, mark, keys,
+                                        directory, signedOnce);
         state.sides[side].keyRevocation = setting.keyRevocation;
         state.sides[side].svnRevocation = setting.svnRevocation;
     }

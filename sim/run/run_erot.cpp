@@ -12,6 +12,15 @@ namespace ubbsim
 
 namespace fs = std::filesystem;
 
+namespace
+{
+
+// Byte 0 of the SMC's persist record: the inactive side was made equal to
+// the active one in this power cycle.
+constexpr uint8_t firmwareCopyCompleted = 1U << 3;
+
+} // namespace
+
 RunErot::RunErot(const Scenario& scenario, const fs::path& rootDir,
                  const fs::path& outDir, const SimClock& clock,
                  std::string savedState) :
@@ -20,6 +29,10 @@ RunErot::RunErot(const Scenario& scenario, const fs::path& rootDir,
 {
     erot::BoardKeys keys = erot::generateBoardKeys();
     erot::ErotState state = erot::setUpBoardErot(scenario.erot, root, keys);
+    if (scenario.firmwareCopy.copyCompleted)
+    {
+        state.persist[0] |= firmwareCopyCompleted;
+    }
     if (!statePath.empty() && fs::exists(statePath))
     {
         erot::adoptSaved(state, erot::loadState(statePath));

@@ -9,6 +9,21 @@
 namespace ubbsim
 {
 
+void writeNeighbourCalls(const std::vector<BusCall>& calls,
+                         const std::string& path)
+{
+    std::ofstream out(path);
+    for (const BusCall& call : calls)
+    {
+        out << nlohmann::json{{"service", call.service},
+                              {"member", call.member},
+                              {"arguments", call.arguments},
+                              {"write", call.propertyWrite}}
+                   .dump()
+            << "\n";
+    }
+}
+
 std::vector<RaisedEvent> readEvents(const std::string& eventLogPath)
 {
     std::vector<RaisedEvent> events;

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "neighbours/call_log.hpp"
+
 #include <map>
 #include <string>
 #include <vector>
@@ -24,6 +26,11 @@ std::vector<RaisedEvent> readEvents(const std::string& eventLogPath);
 // The daemon's objects as its object manager gives them, as JSON text;
 // an {"error": ...} object when the daemon wasn't on the bus.
 std::string readDaemonObjects(const std::string& busAddress);
+
+// The neighbours' calls and property writes, one JSON object a line, in
+// order of arrival: service, member, arguments, write.
+void writeNeighbourCalls(const std::vector<BusCall>& calls,
+                         const std::string& path);
 
 // Entries of the event log (not the non-volatile copies).
 int countEvents(const std::vector<RaisedEvent>& events);

@@ -1,5 +1,7 @@
 #include "run/sim_root.hpp"
 
+#include "run/smc_flash.hpp"
+
 #include <filesystem>
 #include <fstream>
 
@@ -46,7 +48,13 @@ const char* const boardDirectories[] = {
 const char* const smcPartitions[] = {
     "bmc", "bmc_backup", "bmc_backup_update", "smc_ahdr_update", "apcfg_update",
 };
-constexpr uintmax_t partitionSize = 1 << 20;
+// The running and the backup flash hold a whole SMC image, and so does the
+// backup's update partition; the header and configuration ones are small.
+uintmax_t partitionSize(const std::string& name)
+{
+    return name.ends_with("bmc") || name.find("bmc_backup") == 0 ? smcImageBytes
+                                                                 : 1 << 20;
+}
 const char* const smcMtdDir = "/sys/devices/platform/ahb/1e620000.spi/mtd/";
 
 constexpr const char* vrTool = "/usr/sbin/vr-update";
@@ -144,6 +152,10 @@ std::string toolScript(const std::string& root, const std::string& tool,
     {
         return script + vrToolCases(scenario);
     }
+    if (tool.ends_with("/flash_eraseall"))
+    {
+        script += flashEraseScript(scenario);
+    }
     return script + "exit " + std::to_string(exitFor(scenario, tool)) + "\n";
 }
 
@@ -159,7 +171,7 @@ void makeSmcPartitions(const std::string& root)
         if (!fs::exists(root + "/dev/" + mtd))
         {
             std::ofstream(root + "/dev/" + mtd);
-            fs::resize_file(root + "/dev/" + mtd, partitionSize);
+            fs::resize_file(root + "/dev/" + mtd, partitionSize(name));
         }
         std::error_code exists;
         fs::create_symlink("../" + mtd, root + "/dev/mtd/" + name, exists);

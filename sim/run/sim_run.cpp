@@ -10,6 +10,7 @@
 #include "run/run_erot.hpp"
 #include "run/run_report.hpp"
 #include "run/sim_root.hpp"
+#include "run/smc_flash.hpp"
 #include "server/board_server.hpp"
 
 #include <signal.h>
@@ -58,10 +59,12 @@ void catchStopSignals()
     sigaction(SIGTERM, &action, nullptr);
 }
 
-const char* const outputs[] = {
-    "trail.log",       "trail-second.log",     "events.jsonl", "journal.jsonl",
-    "dbus-state.json", "waveform.vcd",         "summary.txt",  "erot.jsonl",
-    "erot-state.json", "erot-signing-key.pem", "clients.jsonl"};
+const char* const outputs[] = {"trail.log",       "trail-second.log",
+                               "events.jsonl",    "journal.jsonl",
+                               "dbus-state.json", "waveform.vcd",
+                               "summary.txt",     "erot.jsonl",
+                               "erot-state.json", "erot-signing-key.pem",
+                               "clients.jsonl",   "neighbours.jsonl"};
 
 // A scratch directory for the sockets: their paths must stay short.
 class ScratchDir
@@ -290,6 +293,7 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
     server.start();
     prepareRoot(env.rootDir, scenario);
     RunErot erot(scenario, env.rootDir, out, clock, options.erotStatePath);
+    prepareInactiveSide(env.rootDir, scenario, erot.endpoint().state());
     board->loadImages(
         deviceContents(scenario, erot.endpoint().state(), env.rootDir));
     Scenario neighbourhood = scenario;
@@ -344,6 +348,7 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
     daemon.kill();
     second.kill();
     neighbours.stop();
+    writeNeighbourCalls(neighbours.calls(), out / "neighbours.jsonl");
     server.stop();
     erot.finish();
     board->writeWaveform((out / "waveform.vcd").string());

@@ -151,6 +151,24 @@ struct VrUpdateTool
     std::vector<std::string> missing;
 };
 
+// How the inactive side stands before the firmware copy. Files are named
+// as in the image tree ("rm.bin", "retimer-1.ahdr"); the inactive side of a
+// file is the other side from the one its component boots from.
+struct FirmwareCopyScenario
+{
+    // FIRMWARE_COPY_COMPLETED already set in the eRoT's persist record.
+    bool copyCompleted = false;
+    // Inactive files that hold an older image (one byte changed).
+    std::vector<std::string> inactiveDiffers;
+    // Retimer files that the layout doesn't carry, left on the inactive
+    // side by an earlier layout.
+    std::vector<std::string> inactiveOnly;
+    // The backup SMC flash holds an older image.
+    bool backupFlashDiffers = false;
+    // The update partition whose erase fails, if any.
+    std::string eraseFails;
+};
+
 struct Scenario
 {
     std::string name;
@@ -173,6 +191,7 @@ struct Scenario
     std::map<std::string, std::string> files;
     ErotScenario erot; // the root of trust and its images
     DeviceScenario devices;
+    FirmwareCopyScenario firmwareCopy;
     Seconds end = 120;
     double speed = 10; // board seconds per machine second
 };

@@ -1,5 +1,6 @@
 #include "scenario/scenario_json.hpp"
 
+#include "scenario/copy_json.hpp"
 #include "scenario/devices_json.hpp"
 #include "scenario/erot_json.hpp"
 #include "scenario/fault_json.hpp"
@@ -615,10 +616,11 @@ FruContents defaultUbbFru(const std::string& product)
 Scenario parseScenario(const json& document)
 {
     Fields fields(document, "",
-                  {"name", "description", "start", "baseWasOn", "oams", "ubb",
-                   "k517", "fruValid", "host", "faults", "daemon", "clients",
-                   "tools", "files", "erot", "devices", "vrUpdate", "end",
-                   "speed"});
+                  {"name",     "description",  "start",  "baseWasOn",
+                   "oams",     "ubb",          "k517",   "fruValid",
+                   "host",     "faults",       "daemon", "clients",
+                   "tools",    "files",        "erot",   "devices",
+                   "vrUpdate", "firmwareCopy", "end",    "speed"});
     Scenario scenario;
     scenario.name = "custom";
     scenario.end = defaultEnd;
@@ -673,6 +675,11 @@ Scenario parseScenario(const json& document)
     {
         scenario.devices =
             parseDevices(*devices, fields.at("devices"), scenario.oams);
+    }
+    if (const json* copy = fields.find("firmwareCopy"))
+    {
+        scenario.firmwareCopy =
+            parseFirmwareCopy(*copy, fields.at("firmwareCopy"), scenario.erot);
     }
     return scenario;
 }

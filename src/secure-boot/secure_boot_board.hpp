@@ -51,4 +51,30 @@ inline constexpr std::string_view rmService = "xyz.openbmc_project.rm";
 inline constexpr std::string_view rmObject = "/xyz/openbmc_project/rm/Ctrl";
 inline constexpr std::string_view rmInterface = "xyz.openbmc_project.rmIntf";
 
+// The SMC's own flash, which the firmware copy reads and programs whole:
+// the running side at mtd0, the other side as the partition "bmc_backup"
+// below the first SPI controller.
+inline constexpr uint32_t smcImageBlocks = 86272; // of 512 bytes
+inline constexpr std::string_view runningSmcFlash = "/dev/mtd0";
+inline constexpr std::string_view smcMtdDir =
+    "/sys/devices/platform/ahb/1e620000.spi/mtd/";
+inline constexpr std::string_view smcBackupPartition = "bmc_backup";
+// Erased before the backup flash is programmed, in this order.
+inline constexpr std::array<std::string_view, 3> smcUpdatePartitions{
+    "bmc_backup_update", "smc_ahdr_update", "apcfg_update"};
+
+// The tools that program the inactive side's devices.
+inline constexpr std::string_view ubbFpgaUpdateTool =
+    "/usr/sbin/ubb-fpga-update.sh";
+inline constexpr std::string_view rotUpdateTool = "/usr/sbin/rot-update.sh";
+
+// The SMC's updater, told while the backup flash is being rewritten.
+inline constexpr std::string_view updaterService =
+    "xyz.openbmc_project.Software.BMC.Updater";
+inline constexpr std::string_view updaterObject =
+    "/xyz/openbmc_project/software";
+inline constexpr std::string_view updateStatusInterface =
+    "xyz.openbmc_project.Software.UpdateStatus";
+inline constexpr std::string_view smcUpdateOnGoing = "SMCUpdateOnGoing";
+
 } // namespace orvane::secure_boot_board

@@ -8,6 +8,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <regex>
 
 namespace orvane
 {
@@ -51,24 +52,32 @@ bool DumpFlash(const std::string& devicePath, const std::string& filePath,
     return true;
 }
 
-std::string FindFlashDevice()
+std::string MtdNamed(std::string_view directory, std::string_view name)
 {
     namespace fs = std::filesystem;
+    static const std::regex entryName("mtd[0-9]+");
     std::error_code error;
-    fs::directory_iterator entries(platform::path(secure_boot_board::spiMtdDir),
-                                   error);
+    fs::directory_iterator entries(platform::path(directory), error);
     for (; !error && entries != fs::directory_iterator();
          entries.increment(error))
     {
+        const std::string entry = entries->path().filename().string();
         std::ifstream nameFile(entries->path() / "name");
-        std::string name;
-        if (std::getline(nameFile, name) &&
-            name == secure_boot_board::flashPartitionName)
+        std::string partition;
+        if (std::regex_match(entry, entryName) &&
+            std::getline(nameFile, partition) && partition == name)
         {
-            return "/dev/" + entries->path().filename().string();
+            return entry;
         }
     }
     return {};
+}
+
+std::string FindFlashDevice()
+{
+    const std::string entry = MtdNamed(secure_boot_board::spiMtdDir,
+                                       secure_boot_board::flashPartitionName);
+    return entry.empty() ? entry : "/dev/" + entry;
 }
 
 bool SpiDriverBound()

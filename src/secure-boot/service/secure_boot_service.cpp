@@ -122,12 +122,4 @@ void SecureBootService::runUbbVrUpdate()
     }
 }
 
-bool SecureBootService::parallelTask(sem_t* semaphore)
-{
-    SetSecureBootStatus("Success");
-    sem_post(semaphore);
-    ConsoleLog(INFO) << "*** Leave Boot Critical Section. ***";
-    return true;
-}
-
 } // namespace orvane

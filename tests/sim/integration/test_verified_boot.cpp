@@ -12,6 +12,7 @@ namespace
 {
 
 using ::testing::Contains;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -64,6 +65,64 @@ TEST(VerifiedBoot, StagedUpdateCommitsAntiRollbackOnlyWhenTheErotAutoCommits)
     EXPECT_THAT(retimerRevocations(deferred),
                 Contains("RevocationStateOEM|Retimer,SVN,0x00000001,"
                          "requested but not completed"));
+}
+
+// The copy beside base power: an inactive side that differs is made equal
+// to the active one, backup flash included; an erase that fails stops the
+// copy half way, with base power unharmed.
+TEST(FirmwareCopy, MakesTheInactiveSideEqualOrStopsAtAFailedErase)
+{
+    SimRun copied = run("copy-inactive-differs");
+    SimRun failed = run("copy-erase-fails");
+    for (const SimRun* sim : {&copied, &failed})
+    {
+        EXPECT_EQ(sim->trailCount("Base power good signal asserted"), 1);
+        EXPECT_EQ(sim->trailCount("*** Leave Boot Critical Section. ***"), 1);
+        // The updater heard of the rewrite, and of its end either way.
+        std::vector<std::string> writes;
+        for (const json& call : jsonLines(sim->outDir / "neighbours.jsonl"))
+        {
+            if (call["member"] == "SMCUpdateOnGoing")
+            {
+                writes.push_back(call["arguments"]);
+            }
+        }
+        EXPECT_THAT(writes, ElementsAre("true", "false"));
+    }
+    const fs::path root = copied.outDir / "root";
+    for (const char* file :
+         {"fwbundle.ahdr", "rm.bin", "ifwi.ahdr", "retimer.bin",
+          "ubb-fpga.ahdr", "smc_fpga_pldm.ahdr"})
+    {
+        EXPECT_EQ(slurp(root / "var/lib/images/B" / file),
+                  slurp(root / "var/lib/images/A" / file))
+            << file;
+    }
+    EXPECT_FALSE(fs::exists(root / "var/lib/images/B/retimer-1.bin"));
+    EXPECT_EQ(slurp(root / "dev/mtd1"), slurp(root / "dev/mtd0"));
+    EXPECT_TRUE(fs::is_empty(root / "tmp/secure-boot/A"));
+    EXPECT_THAT(copied.texts("AutoFWCopySuccess"), ElementsAre(""));
+    EXPECT_EQ(copied.orvaneProperty("SecureBoot_Status", "Status"), "Success");
+    const json erot =
+        json::parse(slurp(copied.outDir / "erot-state.json"), nullptr, false);
+    EXPECT_EQ(std::stoi(erot.value("persist", "00").substr(0, 2), nullptr, 16) &
+                  0x08,
+              0x08)
+        << "FIRMWARE_COPY_COMPLETED";
+    EXPECT_EQ(copied.trailCount("parallelTask Copy Occur failed"), 0);
+
+    const fs::path left = failed.outDir / "root";
+    EXPECT_NE(slurp(left / "dev/mtd1"), slurp(left / "dev/mtd0"));
+    EXPECT_EQ(slurp(left / "dev/mtd2").find_first_not_of('\xff'),
+              std::string::npos)
+        << "bmc_backup_update erased before the failure";
+    EXPECT_NE(slurp(left / "var/lib/images/B/rm.bin"),
+              slurp(left / "var/lib/images/A/rm.bin"));
+    EXPECT_THAT(failed.texts("AutoFWCopyFailure"), ElementsAre(""));
+    EXPECT_EQ(failed.trailCount("Erase smc_ahdr_update failed"), 1);
+    EXPECT_EQ(failed.trailCount("parallelTask Copy Occur failed"), 1);
+    EXPECT_EQ(failed.orvaneProperty("SecureBoot_Status", "Status"),
+              "InProgress");
 }
 
 } // namespace

@@ -188,6 +188,11 @@ TEST(ScenarioErrors, NameTheField)
         {R"({"vrUpdate": {"ubb": 256}})", "vrUpdate.ubb: "},
         {R"({"clients": [{"at": 5, "busctl": []}]})", "clients[0].busctl: must name a busctl command"},
         {R"({"clients": [{"at": 5, "busctl": ["tree", 3]}]})", "clients[0].busctl[1]: must be a string"},
+        {R"({"firmwareCopy": {"inactiveDiffers": ["rm.img"]}})", R"(firmwareCopy.inactiveDiffers[0]: not a file of the image tree: "rm.img")"},
+        {R"({"firmwareCopy": {"inactiveDiffers": ["smc.bin"]}})", "firmwareCopy.inactiveDiffers[0]: the SMC's inactive side is its backup flash"},
+        {R"({"erot": {"retimers": "dual"}, "firmwareCopy": {"inactiveDiffers": ["retimer.ahdr"]}})", "firmwareCopy.inactiveDiffers[0]: the retimer layout holds no such file"},
+        {R"({"firmwareCopy": {"inactiveOnly": ["retimer.bin"]}})", "firmwareCopy.inactiveOnly[0]: must be a retimer file that the layout doesn't carry"},
+        {R"({"firmwareCopy": {"eraseFails": "bmc"}})", R"(firmwareCopy.eraseFails: unknown update partition "bmc")"},
     };
     // clang-format on
     for (const auto& [document, message] : cases)
