@@ -10,6 +10,15 @@ namespace orvane
 void UpdatePersist(SecureBootService& service, const std::string& name,
                    const std::function<void(erot::SmcPersistRecord&)>& change)
 {
+    UpdatePersistIf(service, name, [&](erot::SmcPersistRecord& record) {
+        change(record);
+        return true;
+    });
+}
+
+bool UpdatePersistIf(SecureBootService& service, const std::string& name,
+                     const std::function<bool(erot::SmcPersistRecord&)>& change)
+{
     std::lock_guard<std::mutex> hold(service.persistLock);
     // Read beside the working copy, so that a bad read leaves it as it was.
     erot::SmcPersistRecord record{};
@@ -21,13 +30,17 @@ void UpdatePersist(SecureBootService& service, const std::string& name,
     {
         ConsoleLog(logging::level::ERR)
             << name << " Get_SMC_Persist process error.";
-        return;
+        return false;
     }
     *service.persist = record;
-    change(*service.persist);
-    ErotSMCPersistSet(*service.criticalSection,
-                      reinterpret_cast<const uint8_t*>(service.persist.get()),
-                      sizeof(record));
+    if (change(*service.persist))
+    {
+        ErotSMCPersistSet(
+            *service.criticalSection,
+            reinterpret_cast<const uint8_t*>(service.persist.get()),
+            sizeof(record));
+    }
+    return true;
 }
 
 } // namespace orvane
