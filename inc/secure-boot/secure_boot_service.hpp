@@ -138,9 +138,6 @@ class SecureBootService
     // The eRoT reads and checks of the constructor, in their order.
     void start();
 
-    // The side that the eRoT runs the SMC from; A when it refuses to say.
-    uint8_t readActiveSide();
-
     bool hostPowerOn;
 };
 

@@ -5,7 +5,7 @@
 #include "image_files.hpp"
 
 #include "secure-boot/auto_recovery.hpp"
-#include "secure-boot/bpr_sides.hpp"
+#include "secure-boot/bpr_table.hpp"
 #include "secure-boot/image_paths.hpp"
 #include "secure-boot/image_strategy.hpp"
 #include "secure-boot/secure_boot_service.hpp"
@@ -96,7 +96,7 @@ TEST_F(RecoveryTest, BackupMustHaveTheManifestsVersionAndVerify)
         SCOPED_TRACE(name + " " + c.line);
         const bool retimer = name.starts_with("Retimer");
         service.bkcManifest[retimer ? "Retimer" : name].version = c.manifest;
-        SetBprSide(service, c.id, sideA);
+        SetSideOf(*service.bprTable, c.id, sideA);
         device.sent.clear();
         auto s = backup(c.id, c.backup);
         // The backup's own identifier goes to the eRoT.
@@ -116,7 +116,7 @@ TEST_F(RecoveryTest, BackupMustHaveTheManifestsVersionAndVerify)
             EXPECT_EQ(device.sent[0].request[10], 0x06);
             EXPECT_EQ(s->inactiveHash, Sha384Of({1, 2, 3, 4}));
         }
-        EXPECT_EQ(BprSide(service, c.id),
+        EXPECT_EQ(SideOf(*service.bprTable, c.id),
                   c.result == BackupResult::verified ? sideB : sideA);
     }
 }

@@ -1,7 +1,7 @@
 #include "secure-boot/components/ifwi_update.hpp"
 
 #include "logging/log_line.hpp"
-#include "secure-boot/bpr_sides.hpp"
+#include "secure-boot/bpr_table.hpp"
 #include "secure-boot/components/component_images.hpp"
 #include "secure-boot/components/fetch_verify.hpp"
 #include "secure-boot/ifwi_reader.hpp"
@@ -116,7 +116,7 @@ bool BringUpIfwi(SecureBootService& service,
     {
         return false;
     }
-    const uint32_t side = BprSide(service, id);
+    const uint32_t side = SideOf(*service.bprTable, id);
     if (!updateIfwi(*strategy, side, service.updateOnReboot))
     {
         NvEvent(CRITICAL, "Update.1.0.1.VerificationFailed", name + ",ERoT", "",
@@ -126,7 +126,7 @@ bool BringUpIfwi(SecureBootService& service,
     }
     NvEvent(INFO, "SecureFWVerifySuccess", name, "", "")
         << "Verify " << name << " device successfully.";
-    SetBprSide(service, id, side);
+    SetSideOf(*service.bprTable, id, side);
     powerOnComponent(service, id);
     return true;
 }

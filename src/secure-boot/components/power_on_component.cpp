@@ -3,7 +3,7 @@
 #include "logging/log_line.hpp"
 #include "orvane/standby_stage2.hpp"
 #include "secure-boot/boot_failure.hpp"
-#include "secure-boot/bpr_sides.hpp"
+#include "secure-boot/bpr_table.hpp"
 #include "secure-boot/image_paths.hpp"
 #include "secure-boot/secure_boot_service.hpp"
 
@@ -21,7 +21,7 @@ using logging::level::INFO;
 
 void powerOnComponent(SecureBootService& service, FwType id)
 {
-    const uint32_t side = BprSide(service, id);
+    const uint32_t side = SideOf(*service.bprTable, id);
     std::string name;
     for (const ComponentEntry& entry : service.components)
     {
@@ -47,7 +47,8 @@ void powerOnComponent(SecureBootService& service, FwType id)
         NvEvent(CRITICAL, "ResourceEvent.1.2.1.ResourceSelfTestFailed",
                 name + " secure boot failure", "", "")
             << "The " << name << " power on failure.";
-        SetBprSide(service, id, service.activeSide == sideA ? sideB : sideA);
+        SetSideOf(*service.bprTable, id,
+                  service.activeSide == sideA ? sideB : sideA);
         return;
     }
     if (id != FwType::UBB_FPGA)

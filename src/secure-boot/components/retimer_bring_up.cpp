@@ -1,11 +1,12 @@
 #include "secure-boot/components/retimer_bring_up.hpp"
 
 #include "logging/log_line.hpp"
-#include "secure-boot/bpr_sides.hpp"
+#include "secure-boot/bpr_table.hpp"
 #include "secure-boot/components/fetch_verify.hpp"
 #include "secure-boot/power_on_component.hpp"
 #include "secure-boot/retimer_reader.hpp"
 #include "secure-boot/retimer_update.hpp"
+#include "secure-boot/secure_boot_service.hpp"
 
 namespace orvane
 {
@@ -30,12 +31,12 @@ bool BringUpRetimer(SecureBootService& service,
         return false;
     }
     // Recovery may have turned the component to its other side.
-    const uint32_t side = BprSide(service, id);
+    const uint32_t side = SideOf(*service.bprTable, id);
     for (int round = 0; round < programmingRounds; ++round)
     {
         if (ReadRetimerConfig(*strategy, static_cast<uint8_t>(side), name))
         {
-            SetBprSide(service, id, side);
+            SetSideOf(*service.bprTable, id, side);
             NvEvent(INFO, "SecureFWVerifySuccess", name, "", "")
                 << "Verify " << name << " device successfully.";
             powerOnComponent(service, id);

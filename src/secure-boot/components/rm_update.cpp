@@ -1,7 +1,7 @@
 #include "secure-boot/components/rm_update.hpp"
 
 #include "logging/log_line.hpp"
-#include "secure-boot/bpr_sides.hpp"
+#include "secure-boot/bpr_table.hpp"
 #include "secure-boot/components/component_images.hpp"
 #include "secure-boot/components/fetch_verify.hpp"
 #include "secure-boot/components/vr_gate.hpp"
@@ -92,8 +92,8 @@ bool BringUpRm(SecureBootService& service,
     {
         return false;
     }
-    const uint32_t side = BprSide(service, id);
-    SetBprSide(service, id, side);
+    const uint32_t side = SideOf(*service.bprTable, id);
+    SetSideOf(*service.bprTable, id, side);
     const std::string version = SideVersionText(*strategy, side);
 
     std::unique_lock<std::mutex> held(vrGate().mutex);

@@ -1,13 +1,14 @@
 #include "secure-boot/components/ubb_fpga_bring_up.hpp"
 
 #include "logging/log_line.hpp"
-#include "secure-boot/bpr_sides.hpp"
+#include "secure-boot/bpr_table.hpp"
 #include "secure-boot/components/component_images.hpp"
 #include "secure-boot/components/fetch_verify.hpp"
 #include "secure-boot/image_paths.hpp"
 #include "secure-boot/image_strategy.hpp"
 #include "secure-boot/power_on_component.hpp"
 #include "secure-boot/secure_boot_board.hpp"
+#include "secure-boot/secure_boot_service.hpp"
 #include "secure-boot/ubb_fpga_check.hpp"
 #include "utils/platform/platform.hpp"
 
@@ -81,7 +82,7 @@ bool BringUpUbbFpga(SecureBootService& service,
     {
         NvEvent(INFO, "SecureFWVerifySuccess", name, "", "")
             << "Verify " << name << " active device successfully.";
-        SetBprSide(service, id, BprSide(service, id));
+        SetSideOf(*service.bprTable, id, SideOf(*service.bprTable, id));
     }
     else
     {

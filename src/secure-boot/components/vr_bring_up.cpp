@@ -3,7 +3,7 @@
 #include "logging/log_line.hpp"
 #include "orvane/standby_power_off.hpp"
 #include "orvane/standby_stage2.hpp"
-#include "secure-boot/bpr_sides.hpp"
+#include "secure-boot/bpr_table.hpp"
 #include "secure-boot/components/vr_gate.hpp"
 #include "secure-boot/image_info_bus.hpp"
 #include "secure-boot/secure_boot_service.hpp"
@@ -37,7 +37,7 @@ bool BringUpVr(SecureBootService& service)
         PublishScanComplete();
         return true;
     }
-    const uint32_t side = BprSide(service, FwType::VR);
+    const uint32_t side = SideOf(*service.bprTable, FwType::VR);
     // A failed power step leaves the gate shut: RM must not touch modules
     // whose regulators are in an unknown state.
     if (service.state == nullptr || VrPowerOnForUpdate(*service.state) == 0)

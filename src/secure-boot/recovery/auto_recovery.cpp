@@ -1,7 +1,7 @@
 #include "secure-boot/auto_recovery.hpp"
 
 #include "logging/log_line.hpp"
-#include "secure-boot/bpr_sides.hpp"
+#include "secure-boot/bpr_table.hpp"
 #include "secure-boot/erot_calls.hpp"
 #include "secure-boot/hash_file.hpp"
 #include "secure-boot/image_strategy.hpp"
@@ -148,7 +148,7 @@ BackupResult verifyBackupImage(SecureBootService& service,
     }
     NvEvent(INFO, "SecureFWVerifySuccess", name, "", "")
         << "Backup image verify OK";
-    TurnBprSide(service, id);
+    TurnSideOf(*service.bprTable, id);
     return BackupResult::verified;
 }
 

@@ -86,19 +86,6 @@ std::shared_ptr<ImageProcessStrategy>* SecureBootService::strategySlot(
     }
 }
 
-uint8_t SecureBootService::readActiveSide()
-{
-    uint32_t active = sideA;
-    uint32_t pending = sideA;
-    bool updateOnReboot = false;
-    if (ErotActiveFlashConfigRead(*criticalSection, &active, &pending,
-                                  &updateOnReboot) != 0)
-    {
-        return sideA;
-    }
-    return static_cast<uint8_t>(active);
-}
-
 void SecureBootService::runUbbVrUpdate()
 {
     auto found = bprTable->sides.find(FwType::VR);
@@ -134,31 +121,6 @@ void SecureBootService::runUbbVrUpdate()
         platform::sleepSeconds(10);
     }
 }
-
-void SecureBootService::runSecureBoot(OrvaneSvcState& state)
-{
-    // After a warm reset with power good the hardware keeps running as it
-    // is: nothing of standby is repeated.
-    if (hostPowerOn)
-    {
-        return;
-    }
-    SetSecureBootStatus("InProgress");
-    ConsoleLog(INFO) << "=== Start Secure Boot ===";
-    PrintDebugTraceLog(*criticalSection);
-    if (Stby_Pwr_on_Sqnc_2_PreRetimer(state, readActiveSide()) == 0 ||
-        Stby_Pwr_on_Sqnc_2(state) == 0)
-    {
-        ConsoleLog(ERR) << "Standby power sequence 2 error";
-        BootFailure(*criticalSection);
-    }
-    ConsoleLog(INFO) << "Print DebugTraceLog again.";
-    PrintDebugTraceLog(*criticalSection);
-    ConsoleLog(INFO) << "=== end of Secure Boot ===";
-}
-
-void SecureBootService::getComponentTimes(ComponentTimes&) const
-{}
 
 bool SecureBootService::parallelTask(sem_t* semaphore)
 {

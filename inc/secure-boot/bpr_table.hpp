@@ -1,0 +1,25 @@
+#pragma once
+
+#include "secure-boot/fw_type.hpp"
+
+#include <cstdint>
+
+namespace orvane
+{
+
+struct BprTable;
+
+// The side of a component; A for one the table doesn't hold. Never inserts,
+// so that component threads may read while others write their own entries.
+uint32_t SideOf(const BprTable& table, FwType id);
+
+// Writes a component's side. The service start fills the table, so a
+// component thread that writes its own entry only changes a value.
+void SetSideOf(BprTable& table, FwType id, uint32_t side);
+// The component now runs from its other side; the side it turned to.
+uint32_t TurnSideOf(BprTable& table, FwType id);
+
+// "Current Boot Partition Record:" and one line per entry.
+void PrintBprTable(const BprTable& table);
+
+} // namespace orvane
