@@ -32,7 +32,6 @@ std::string SideVersionText(const ImageProcessStrategy& strategy, uint32_t side)
 
 std::string UbbFpgaVersionText(SecureBootService& service)
 {
-    std::lock_guard<std::mutex> hold(service.lock);
     const auto found = service.bkcManifest.find("UBB_FPGA");
     return VersionText(
         found == service.bkcManifest.end() ? 0 : found->second.version);

@@ -63,10 +63,13 @@ uint32_t ManifestVersion(SecureBootService& service, const std::string& name)
 {
     const std::string key =
         name == "Retimer_1" || name == "Retimer_2" ? "Retimer" : name;
+    // A component the manifest lacks has version 0. Nothing is added to
+    // the map: other component threads read it.
     uint32_t version = 0;
+    if (auto found = service.bkcManifest.find(key);
+        found != service.bkcManifest.end())
     {
-        std::lock_guard<std::mutex> hold(service.lock);
-        version = service.bkcManifest[key].version;
+        version = found->second.version;
     }
     ConsoleLog(INFO) << key << " BKC VERSION = 0x" << HexText(version);
     return version;
