@@ -126,7 +126,6 @@ bool BringUpIfwi(SecureBootService& service,
     }
     NvEvent(INFO, "SecureFWVerifySuccess", name, "", "")
         << "Verify " << name << " device successfully.";
-    SetSideOf(*service.bprTable, id, side);
     powerOnComponent(service, id);
     return true;
 }

@@ -36,7 +36,6 @@ bool BringUpRetimer(SecureBootService& service,
     {
         if (ReadRetimerConfig(*strategy, static_cast<uint8_t>(side), name))
         {
-            SetSideOf(*service.bprTable, id, side);
             NvEvent(INFO, "SecureFWVerifySuccess", name, "", "")
                 << "Verify " << name << " device successfully.";
             powerOnComponent(service, id);

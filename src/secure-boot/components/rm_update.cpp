@@ -93,7 +93,6 @@ bool BringUpRm(SecureBootService& service,
         return false;
     }
     const uint32_t side = SideOf(*service.bprTable, id);
-    SetSideOf(*service.bprTable, id, side);
     const std::string version = SideVersionText(*strategy, side);
 
     std::unique_lock<std::mutex> held(vrGate().mutex);

@@ -1,7 +1,6 @@
 #include "secure-boot/components/ubb_fpga_bring_up.hpp"
 
 #include "logging/log_line.hpp"
-#include "secure-boot/bpr_table.hpp"
 #include "secure-boot/components/component_images.hpp"
 #include "secure-boot/components/fetch_verify.hpp"
 #include "secure-boot/image_paths.hpp"
@@ -82,7 +81,6 @@ bool BringUpUbbFpga(SecureBootService& service,
     {
         NvEvent(INFO, "SecureFWVerifySuccess", name, "", "")
             << "Verify " << name << " active device successfully.";
-        SetSideOf(*service.bprTable, id, SideOf(*service.bprTable, id));
     }
     else
     {
