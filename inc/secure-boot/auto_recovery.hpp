@@ -1,5 +1,6 @@
 #pragma once
 
+#include "secure-boot/failover_flip.hpp"
 #include "secure-boot/fw_type.hpp"
 
 #include <memory>
@@ -30,10 +31,5 @@ bool autoRecoveryProcess(SecureBootService& service,
 BackupResult verifyBackupImage(SecureBootService& service,
                                ImageProcessStrategy& strategy,
                                const std::string& name, FwType id);
-
-// Sends the SMC to its other flash, once per component family until a
-// success clears the family's bit again.
-bool failoverFlip(SecureBootService& service, FwType id,
-                  const std::string& name);
 
 } // namespace orvane

@@ -13,6 +13,13 @@ struct BprTable;
 // so that component threads may read while others write their own entries.
 uint32_t SideOf(const BprTable& table, FwType id);
 
+// Writes a component's side, adding its entry when the table has none:
+// not from a component thread while others read, unless the service start
+// gave the component an entry.
+void SetSideOf(BprTable& table, FwType id, uint32_t side);
+// The component now runs from its other side; the side it turned to.
+uint32_t TurnSideOf(BprTable& table, FwType id);
+
 // "Current Boot Partition Record:" and one line per entry.
 void PrintBprTable(const BprTable& table);
 

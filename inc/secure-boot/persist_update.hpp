@@ -26,4 +26,10 @@ bool ChangePersist(SecureBootService& service,
 void UpdatePersist(SecureBootService& service, const std::string& name,
                    const std::function<void(erot::SmcPersistRecord&)>& change);
 
+// The same, but the record is written back only when `change` answers
+// true. False when the read was bad.
+bool UpdatePersistIf(
+    SecureBootService& service, const std::string& name,
+    const std::function<bool(erot::SmcPersistRecord&)>& change);
+
 } // namespace orvane

@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -63,6 +64,14 @@ class Board
     // 0, or -errno as the kernel refuses it.
     virtual int driverWrite(const std::string& file,
                             const std::string& text) = 0;
+
+    // A programming tool of the SMC (its board path) ended with exit status
+    // 0: the devices it writes now hold the file it was given. 0, or
+    // -errno when the tool or its arguments make no sense.
+    virtual int toolRun(const std::string& tool,
+                        const std::vector<std::string>& arguments) = 0;
+    // The image that the RM tool last wrote to an OAM's RM; none before.
+    virtual std::optional<std::vector<uint8_t>> rmImage(int oam) = 0;
 
     // Applies what happened up to now: scenario actions, power good edges.
     virtual void advance() = 0;

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <fstream>
 #include <iterator>
+#include <optional>
 
 namespace ubbsim
 {
@@ -28,7 +29,8 @@ VirtualBoard::VirtualBoard(const Scenario& scenario,
                            std::unique_ptr<BoardTime> time) :
     time(std::move(time)),
     model(scenario),
-    reason(scenario.start == ResetKind::warm ? warmReset : coldReset)
+    reason(scenario.start == ResetKind::warm ? warmReset : coldReset),
+    stuckRetimers(scenario.devices.stuckRetimers)
 {}
 
 std::unique_lock<std::mutex> VirtualBoard::settle()
@@ -178,6 +180,109 @@ int VirtualBoard::driverWrite(const std::string& file, const std::string& text)
 {
     auto lock = settle();
     return model.spi.driverWrite(file, text);
+}
+
+namespace
+{
+
+// The contents of a file under the SMC's root; none when it can't be read.
+std::optional<std::vector<uint8_t>> readBoardFile(const DeviceImages& images,
+                                                  const std::string& path)
+{
+    if (images.root.empty())
+    {
+        return std::nullopt;
+    }
+    std::ifstream file(images.root + path, std::ios::binary);
+    if (!file)
+    {
+        return std::nullopt;
+    }
+    return std::vector<uint8_t>((std::istreambuf_iterator<char>(file)),
+                                std::istreambuf_iterator<char>());
+}
+
+// "0x66" and the like; none for anything else.
+std::optional<unsigned> readMux(const std::string& text)
+{
+    if (text.size() < 3 || text.size() > 4 || text.rfind("0x", 0) != 0 ||
+        text.find_first_not_of("0123456789abcdefABCDEF", 2) !=
+            std::string::npos)
+    {
+        return std::nullopt;
+    }
+    return static_cast<unsigned>(std::stoul(text.substr(2), nullptr, 16));
+}
+
+} // namespace
+
+int VirtualBoard::toolRun(const std::string& tool,
+                          const std::vector<std::string>& arguments)
+{
+    auto lock = settle();
+    if (arguments.empty())
+    {
+        return -EINVAL;
+    }
+    auto image = readBoardFile(model.images, arguments[0]);
+    if (!image)
+    {
+        return -ENOENT;
+    }
+    if (tool == "/usr/sbin/retimer-update-secureboot.sh")
+    {
+        // The mux selects the switch positions that the script writes.
+        auto mux = arguments.size() == 3 ? readMux(arguments[2]) : std::nullopt;
+        if (!mux)
+        {
+            return -EINVAL;
+        }
+        for (size_t bit = 0; bit < model.images.retimers.size(); ++bit)
+        {
+            if ((*mux >> bit & 1) != 0 && stuckRetimers.count(1 << bit) == 0)
+            {
+                model.images.retimers[bit] = *image;
+            }
+        }
+        return 0;
+    }
+    if (tool == "/usr/sbin/ifwi-update.sh")
+    {
+        for (size_t oam = 0; oam < model.images.ifwiFlash.size(); ++oam)
+        {
+            if ((model.present >> oam & 1) != 0)
+            {
+                model.images.ifwiFlash[oam] = *image;
+            }
+        }
+        return 0;
+    }
+    if (tool == "/usr/bin/zel-rm")
+    {
+        rmImages.fill(*image);
+        return 0;
+    }
+    if (tool == "/usr/sbin/ubb-fpga-update.sh")
+    {
+        if (arguments.size() < 2 || arguments.size() > 3 ||
+            (arguments[1] != "A" && arguments[1] != "B"))
+        {
+            return -EINVAL;
+        }
+        model.images.ubbFpgaFlash[arguments[1] == "A" ? 0 : 1] = *image;
+        return 0;
+    }
+    return -ENOENT;
+}
+
+std::optional<std::vector<uint8_t>> VirtualBoard::rmImage(int oam)
+{
+    auto lock = settle();
+    if (oam < 0 || oam >= static_cast<int>(rmImages.size()))
+    {
+        return std::nullopt;
+    }
+    return rmImages[static_cast<size_t>(oam)];
 }
 
 void VirtualBoard::advance()

@@ -8,6 +8,8 @@
 #include <array>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <set>
 
 namespace ubbsim
 {
@@ -39,6 +41,9 @@ class VirtualBoard final : public Board
     int retimerEnsure(int switchValue, const std::string& path) override;
     void loadImages(DeviceImages images) override;
     int driverWrite(const std::string& file, const std::string& text) override;
+    int toolRun(const std::string& tool,
+                const std::vector<std::string>& arguments) override;
+    std::optional<std::vector<uint8_t>> rmImage(int oam) override;
     void advance() override;
     BoardStats stats() override;
     void writeWaveform(const std::string& path) override;
@@ -59,6 +64,9 @@ class VirtualBoard final : public Board
     std::array<SimTime, topology::busCount> busFree{};
     BoardStats counts;
     uint32_t reason;
+    // Switch values whose retimer never takes a new image.
+    std::set<int> stuckRetimers;
+    std::array<std::optional<std::vector<uint8_t>>, 8> rmImages;
 };
 
 // A board on a time source of its own choosing; tests drive it by hand.

@@ -24,6 +24,7 @@ enum class Op : uint8_t
     devMemRead,     // u64 base, u32 length, u32 offset -> i32, u32 value
     retimerEnsure,  // i32 switch value, str image path -> i32
     driverWrite,    // str sysfs driver file, str text -> i32 0 or -errno
+    toolRun,        // str tool path, u8 n, n * str argument -> i32 0 or -errno
 };
 
 // One message of an I2C transfer: a write of `data`, or a read of `length`

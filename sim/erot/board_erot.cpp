@@ -267,8 +267,13 @@ std::array<uint8_t, 32> rmImageSha256(const fs::path& root, int side)
     {
         return digest;
     }
-    std::vector<uint8_t> data((std::istreambuf_iterator<char>(file)),
-                              std::istreambuf_iterator<char>());
+    return sha256Of(std::vector<uint8_t>((std::istreambuf_iterator<char>(file)),
+                                         std::istreambuf_iterator<char>()));
+}
+
+std::array<uint8_t, 32> sha256Of(const std::vector<uint8_t>& data)
+{
+    std::array<uint8_t, 32> digest{};
     unsigned int length = 0;
     EVP_Digest(data.data(), data.size(), digest.data(), &length, EVP_sha256(),
                nullptr);

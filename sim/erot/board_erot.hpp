@@ -44,6 +44,9 @@ bool carried(const ErotScenario& scenario, uint16_t componentId);
 std::vector<uint8_t> signedPayload(const ErotState& state, uint16_t id,
                                    int side);
 
+// SHA-256 of bytes, as the RM service reports an image.
+std::array<uint8_t, 32> sha256Of(const std::vector<uint8_t>& data);
+
 // SHA-256 of the RM image of a side, as the RM service reports it for a
 // module that holds that image; zeros when there is no such file.
 std::array<uint8_t, 32> rmImageSha256(const std::filesystem::path& root,

@@ -97,6 +97,7 @@ struct Neighbours::Impl
 
     Scenario scenario;
     MctpHandler mctp;
+    RmDigestSource rmDigests;
     std::vector<FruObject> fru;
     ObjectIndex index;
     CallLog log;
@@ -266,7 +267,11 @@ void Neighbours::Impl::serveRm()
             {
                 return std::tuple(false, std::vector<uint8_t>{});
             }
-            const auto& digest = scenario.oams[oam].rmDigest;
+            auto digest = scenario.oams[oam].rmDigest;
+            if (rmDigests)
+            {
+                digest = rmDigests(static_cast<int>(oam)).value_or(digest);
+            }
             return std::tuple(
                 true, std::vector<uint8_t>(digest.begin(), digest.end()));
         });
@@ -379,6 +384,11 @@ Neighbours::Neighbours(const Scenario& scenario, MctpHandler mctp) :
 Neighbours::~Neighbours()
 {
     stop();
+}
+
+void Neighbours::setRmDigestSource(RmDigestSource source)
+{
+    impl->rmDigests = std::move(source);
 }
 
 void Neighbours::start()

@@ -3,6 +3,8 @@
 #include "neighbours/call_log.hpp"
 #include "scenario/scenario.hpp"
 
+#include <array>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -37,6 +39,12 @@ class Neighbours
     ~Neighbours();
     Neighbours(const Neighbours&) = delete;
     Neighbours& operator=(const Neighbours&) = delete;
+
+    // Where the RM service learns what an OAM's RM holds once it was
+    // programmed; before that, and without it, the scenario's digest.
+    using RmDigestSource =
+        std::function<std::optional<std::array<uint8_t, 32>>(int oam)>;
+    void setRmDigestSource(RmDigestSource source);
 
     // Connects, registers every object, then takes the names, so that a
     // name that can be seen is ready to answer. Throws sdbus::Error when

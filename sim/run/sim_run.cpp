@@ -2,6 +2,7 @@
 
 #include "board/board.hpp"
 #include "common/sim_env.hpp"
+#include "erot/board_erot.hpp"
 #include "neighbours/neighbours.hpp"
 #include "run/bus_daemon.hpp"
 #include "run/client_calls.hpp"
@@ -299,6 +300,15 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
     Scenario neighbourhood = scenario;
     erot.fillRmDigests(neighbourhood);
     Neighbours neighbours(neighbourhood, erot.handler());
+    neighbours.setRmDigestSource(
+        [&board](int oam) -> std::optional<std::array<uint8_t, 32>> {
+            auto image = board->rmImage(oam);
+            if (!image)
+            {
+                return std::nullopt;
+            }
+            return erot::sha256Of(*image);
+        });
     neighbours.start();
 
     auto environment = toEnvironment(env);

@@ -68,7 +68,8 @@ int readSwitchValue(const std::string& name, const std::string& at)
 DeviceScenario parseDevices(const json& value, const std::string& path,
                             const std::array<OamSlot, 8>& oams)
 {
-    Fields fields(value, path, {"ubbFpgaFlash", "ifwi", "retimers"});
+    Fields fields(value, path,
+                  {"ubbFpgaFlash", "ifwi", "retimers", "stuckRetimers"});
     DeviceScenario devices;
     if (const json* flashes = fields.find("ubbFpgaFlash"))
     {
@@ -92,6 +93,22 @@ DeviceScenario parseDevices(const json& value, const std::string& path,
     {
         devices.retimers =
             readMarks(*retimers, fields.at("retimers"), readSwitchValue);
+    }
+    if (const json* stuck = fields.find("stuckRetimers"))
+    {
+        const std::string at = fields.at("stuckRetimers");
+        if (!stuck->is_array())
+        {
+            fail(at, "a list of switch values");
+        }
+        for (size_t i = 0; i < stuck->size(); ++i)
+        {
+            const std::string item = at + "[" + std::to_string(i) + "]";
+            const json& entry = (*stuck)[i];
+            devices.stuckRetimers.insert(readSwitchValue(
+                entry.is_string() ? entry.get<std::string>() : entry.dump(),
+                item));
+        }
     }
     return devices;
 }

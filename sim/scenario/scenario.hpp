@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -108,6 +109,9 @@ struct DeviceScenario
     std::map<int, DeviceMark> ubbFpgaFlash; // by side: 0 A, 1 B
     std::map<int, DeviceMark> ifwi;         // by OAM, fitted ones only
     std::map<int, DeviceMark> retimers;     // by switch value, 0x01..0x80
+    // Retimers (by switch value) that keep what they hold whatever the
+    // update script writes.
+    std::set<int> stuckRetimers;
 };
 
 // What happens to the daemon process.

@@ -122,6 +122,17 @@ std::vector<uint8_t> dispatch(Board& board, const std::vector<uint8_t>& request,
             return answer(in.good() ? board.driverWrite(file, text) : -EINVAL)
                 .buffer();
         }
+        case Op::toolRun:
+        {
+            std::string tool = in.str();
+            std::vector<std::string> arguments(in.u8());
+            for (std::string& argument : arguments)
+            {
+                argument = in.str();
+            }
+            return answer(in.good() ? board.toolRun(tool, arguments) : -EINVAL)
+                .buffer();
+        }
     }
     return answer(-ENOSYS).buffer();
 }

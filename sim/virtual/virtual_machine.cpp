@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <regex>
+#include <sstream>
 
 namespace ubbsim
 {
@@ -171,9 +172,37 @@ std::optional<int> VirtualShell::driverWrite(const std::string& command)
     return written ? 0 : 1 << 8;
 }
 
+void VirtualShell::reportTool(const std::string& command, int status)
+{
+    std::istringstream words(command);
+    std::string tool;
+    words >> tool;
+    if (board == nullptr || status != 0 ||
+        (!tool.starts_with("/usr/sbin/") && !tool.starts_with("/usr/bin/")))
+    {
+        return;
+    }
+    std::vector<std::string> arguments;
+    for (std::string word; words >> word && arguments.size() < 255;)
+    {
+        arguments.push_back(word);
+    }
+    WireWriter out;
+    out.u8(static_cast<uint8_t>(Op::toolRun))
+        .str(tool)
+        .u8(static_cast<uint8_t>(arguments.size()));
+    for (const std::string& argument : arguments)
+    {
+        out.str(argument);
+    }
+    // A tool the board doesn't model changes nothing there.
+    board->call(out);
+}
+
 VirtualShell::VirtualShell(std::string root, BoardPort* board,
                            std::optional<TimeBase> time) :
-    root(std::move(root)), board(board)
+    root(std::move(root)),
+    board(board)
 {
     if (time)
     {
@@ -189,10 +218,13 @@ int VirtualShell::system(const std::string& command)
     }
     if (!clock)
     {
-        return std::system(rewrite(command).c_str());
+        int status = std::system(rewrite(command).c_str());
+        reportTool(command, status);
+        return status;
     }
     SimClock::Hold hold(*clock);
     int status = std::system(rewrite(command).c_str());
+    reportTool(command, status);
     clock->advanceTo(clock->now() + commandStart);
     return status;
 }

@@ -69,6 +69,9 @@ class VirtualShell : public orvane::platform::Shell
   private:
     // The wait status of a driver file write, or none for other commands.
     std::optional<int> driverWrite(const std::string& command);
+    // Tells the board that a tool of the SMC ended well, so that the
+    // devices it programs take its image.
+    void reportTool(const std::string& command, int status);
 
     std::string root;
     BoardPort* board;

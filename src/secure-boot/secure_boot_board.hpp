@@ -46,6 +46,23 @@ inline constexpr std::array<uint8_t, 8> retimerSwitch{0x01, 0x02, 0x04, 0x08,
 inline constexpr std::array<uint8_t, 4> retimer1Switch{0x02, 0x04, 0x20, 0x40};
 inline constexpr std::array<uint8_t, 4> retimer2Switch{0x01, 0x08, 0x10, 0x80};
 
+// The switch positions that the retimer update script programs at once:
+// every retimer, or those of one of the two images.
+inline constexpr uint8_t retimerMuxAll = 0xFF;
+inline constexpr uint8_t retimer1Mux = 0x66;
+inline constexpr uint8_t retimer2Mux = 0x99;
+
+// The board's programming tools; only their exit status is used.
+inline constexpr std::string_view retimerTool =
+    "/usr/sbin/retimer-update-secureboot.sh";
+inline constexpr std::string_view ubbFpgaTool = "/usr/sbin/ubb-fpga-update.sh";
+inline constexpr std::string_view ifwiTool = "/usr/sbin/ifwi-update.sh";
+inline constexpr std::string_view rmTool = "/usr/bin/zel-rm";
+
+// Archives of retimer images that a manual update left behind.
+inline constexpr std::string_view retimerArchiveDir =
+    "/var/lib/orvane/retimer_images/";
+
 // The RM service, outside this system.
 inline constexpr std::string_view rmService = "xyz.openbmc_project.rm";
 inline constexpr std::string_view rmObject = "/xyz/openbmc_project/rm/Ctrl";

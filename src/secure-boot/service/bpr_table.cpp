@@ -12,6 +12,18 @@ uint32_t SideOf(const BprTable& table, FwType id)
     return found == table.sides.end() ? 0 : found->second;
 }
 
+void SetSideOf(BprTable& table, FwType id, uint32_t side)
+{
+    table.sides[id] = side;
+}
+
+uint32_t TurnSideOf(BprTable& table, FwType id)
+{
+    uint32_t& side = table.sides[id];
+    side = side == 0 ? 1 : 0;
+    return side;
+}
+
 void PrintBprTable(const BprTable& table)
 {
     ConsoleLog(logging::level::INFO) << "Current Boot Partition Record:";

@@ -39,10 +39,20 @@ bool ReadPersist(SecureBootService& service, erot::SmcPersistRecord& record)
 bool ChangePersist(SecureBootService& service,
                    const std::function<void(erot::SmcPersistRecord&)>& change)
 {
+    UpdatePersistIf(service, name, [&](erot::SmcPersistRecord& record) {
+        change(record);
+        return true;
+    });
+}
+
+bool UpdatePersistIf(SecureBootService& service, const std::string& name,
+                     const std::function<bool(erot::SmcPersistRecord&)>& change)
+{
     std::lock_guard<std::mutex> hold(service.persistLock);
     erot::SmcPersistRecord record{};
     if (!ReadHeld(service, record))
     {
+<<<<<<< HEAD
         return false;
     }
     change(*service.persist);
@@ -60,6 +70,21 @@ void UpdatePersist(SecureBootService& service, const std::string& name,
         ConsoleLog(logging::level::ERR)
             << name << " Get_SMC_Persist process error.";
     }
+=======
+        ConsoleLog(logging::level::ERR)
+            << name << " Get_SMC_Persist process error.";
+        return false;
+    }
+    *service.persist = record;
+    if (change(*service.persist))
+    {
+        ErotSMCPersistSet(
+            *service.criticalSection,
+            reinterpret_cast<const uint8_t*>(service.persist.get()),
+            sizeof(record));
+    }
+    return true;
+>>>>>>> comp
 }
 
 } // namespace orvane

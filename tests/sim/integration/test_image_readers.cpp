@@ -11,11 +11,15 @@
 #include "neighbours/neighbours.hpp"
 #include "run/device_contents.hpp"
 #include "run/sim_root.hpp"
+#include "secure-boot/components/ifwi_update.hpp"
+#include "secure-boot/components/rm_update.hpp"
+#include "secure-boot/components/ubb_fpga_bring_up.hpp"
 #include "secure-boot/hash_file.hpp"
 #include "secure-boot/ifwi_reader.hpp"
 #include "secure-boot/image_strategy.hpp"
 #include "secure-boot/inactive_side.hpp"
 #include "secure-boot/retimer_reader.hpp"
+#include "secure-boot/retimer_update.hpp"
 #include "secure-boot/rm_hash.hpp"
 #include "secure-boot/secure_boot_service.hpp"
 #include "secure-boot/ubb_fpga_reader.hpp"
@@ -80,6 +84,16 @@ class ReadersOnBoard
         scenario(std::move(given)), board(loadedBoard(scenario, root)),
         neighbours(scenario)
     {
+        // What the RM tool programs is what the RM service reports.
+        neighbours.setRmDigestSource(
+            [this](int oam) -> std::optional<std::array<uint8_t, 32>> {
+                auto image = board->rmImage(oam);
+                if (!image)
+                {
+                    return std::nullopt;
+                }
+                return ubbsim::erot::sha256Of(*image);
+            });
         neighbours.start();
         platform::Platform seams = platform::current();
         seams.i2c = &i2c;
@@ -103,6 +117,11 @@ class ReadersOnBoard
     {
         return std::filesystem::exists(fake.files.resolve(
             "/sys/bus/platform/drivers/aspeed-smc/1e631000.spi"));
+    }
+
+    ubbsim::Board& device()
+    {
+        return *board;
     }
 
   private:
@@ -192,6 +211,70 @@ TEST(ImageReaders, SpoiltDevicesAreFoundOut)
     EXPECT_THAT(out, Not(HasSubstr("i2cSwitchValues[5]")));
     EXPECT_THAT(out, HasSubstr("OAM6 RM sha256 hash does not match"));
     EXPECT_THAT(out, HasSubstr("OAM5 RM sha256 pass"));
+}
+
+// The board's programming tools write the devices they are given: the
+// spoilt ones hold their image again, except a retimer that never takes
+// one.
+TEST(ImageReaders, TheToolsProgramTheDevicesTheyAreGiven)
+{
+    ubbsim::Scenario scenario = sevenOams();
+    using ubbsim::DeviceMark;
+    scenario.devices.ubbFpgaFlash[1] = DeviceMark::erased;
+    scenario.devices.ifwi[3] = DeviceMark::tampered;
+    scenario.devices.retimers[0x10] = DeviceMark::tampered;
+    scenario.devices.retimers[0x20] = DeviceMark::tampered;
+    scenario.devices.stuckRetimers = {0x20};
+    scenario.oams[6].rmDigest.fill(0x5A);
+    ReadersOnBoard on(scenario);
+    const std::string out = console([&] {
+        SecureBootService service(nullptr, false,
+                                  SecureBootService::recordOnly);
+        UbbFpgaImageStrategy ubb(0, "ubb-fpga.ahdr", "ubb-fpga.bin");
+        ASSERT_TRUE(ubb.Fetch());
+        const Sha384 sideB = on.digestOf(ubb.inactiveImagePath);
+        EXPECT_TRUE(runUbbFpgaPostUpdate(service));
+        EXPECT_TRUE(initInactiveSide(ubb, 0x0400));
+        EXPECT_EQ(on.digestOf(ubb.inactiveDumpPath), sideB);
+
+        IfwiImageStrategy ifwi(0, "ifwi.ahdr", "ifwi.bin");
+        ASSERT_TRUE(ifwi.Fetch());
+        EXPECT_TRUE(flashIfwi(ifwi, 0, ifwi.activeImagePath));
+        EXPECT_TRUE(ReadIFWIImage(ifwi));
+
+        // Only the positions of the mux take the image: Retimer_1's leave
+        // 0x10 as it was, Retimer_2's mend it; 0x20 never takes one.
+        RetimerImageStrategy retimers(0, "retimer.ahdr", "retimer.bin");
+        programRetimer(service, retimers, 0, 0x66);
+        EXPECT_FALSE(ReadRetimerConfig(retimers, 0, "Retimer"));
+        programRetimer(service, retimers, 0, 0x99);
+        EXPECT_FALSE(ReadRetimerConfig(retimers, 0, "Retimer"));
+
+        EXPECT_TRUE(updateRm("/var/lib/images/A/rm.bin", "0x00000001"));
+        EXPECT_TRUE(CheckRmHash(service, "/var/lib/images/A/rm.bin"));
+    });
+    EXPECT_EQ(occurrences(out, "i2cSwitchValues[4] = 16"), 2U);
+    EXPECT_EQ(occurrences(out, "i2cSwitchValues[5] = 32"), 1U);
+    EXPECT_THAT(out, Not(HasSubstr("i2cSwitchValues[6]")));
+    EXPECT_THAT(out, HasSubstr("OAM6 RM sha256 pass"));
+
+    // Arguments that no tool takes change nothing.
+    const std::string image = "/var/lib/images/A/retimer.bin";
+    const std::vector<std::pair<std::vector<std::string>, int>> refused = {
+        {{image, "0x1", "66"}, -EINVAL},
+        {{image, "0x1", "0x100"}, -EINVAL},
+        {{"/var/lib/images/A/none.bin", "0x1", "0xFF"}, -ENOENT},
+        {{}, -EINVAL},
+    };
+    for (const auto& [arguments, result] : refused)
+    {
+        EXPECT_EQ(on.device().toolRun("/usr/sbin/retimer-update-secureboot.sh",
+                                      arguments),
+                  result);
+    }
+    EXPECT_EQ(on.device().toolRun("/usr/sbin/ubb-fpga-update.sh", {image, "C"}),
+              -EINVAL);
+    EXPECT_EQ(on.device().toolRun("/usr/sbin/rot-update.sh", {image}), -ENOENT);
 }
 
 } // namespace

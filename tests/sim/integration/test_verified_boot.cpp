@@ -3,6 +3,8 @@
 
 #include "sim_runs.hpp"
 
+#include <algorithm>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -123,6 +125,57 @@ TEST(FirmwareCopy, MakesTheInactiveSideEqualOrStopsAtAFailedErase)
     EXPECT_EQ(failed.trailCount("parallelTask Copy Occur failed"), 1);
     EXPECT_EQ(failed.orvaneProperty("SecureBoot_Status", "Status"),
               "InProgress");
+}
+
+// Devices that differ from a sound image tree are programmed by the
+// board's tools and then found right: the retimer in the second compare,
+// the RMs at the next check. A retimer that never takes its image halts
+// the boot after three programmings.
+TEST(VerifiedBoot, DevicesThatDifferAreReprogrammedOrHaltTheBoot)
+{
+    json scenario =
+        json::parse(slurp(fs::path(UBB_SIM_SCENARIOS) / "spoilt-devices.json"));
+    scenario["host"] = json::array();
+    scenario["end"] = 40;
+    SimRun mended = run(writeScenario("devices-mended", scenario));
+    const std::string tools = slurp(mended.outDir / "root/var/log/tools.log");
+    const std::string images =
+        (mended.outDir / "root/var/lib/images/A/").string();
+    EXPECT_THAT(tools, HasSubstr("/usr/sbin/retimer-update-secureboot.sh " +
+                                 images + "retimer.bin 0x"));
+    EXPECT_EQ(mended.trailCount("i2cSwitchValues[7]"), 1) << "one full pass";
+    const auto updated = mended.texts("Update.1.0.1.UpdateSuccessful");
+    EXPECT_EQ(std::count(updated.begin(), updated.end(),
+                         "Retimer update completed successfully."),
+              1);
+    EXPECT_THAT(updated, Contains("RMC update successfully with image "
+                                  "/var/lib/images/A/rm.bin"));
+    EXPECT_THAT(
+        tools, HasSubstr("/usr/sbin/ifwi-update.sh " + images + "ifwi.bin 0x"));
+    EXPECT_THAT(tools, HasSubstr("/usr/bin/zel-rm " + images + "rm.bin 0x"));
+    EXPECT_EQ(mended.trailCount("Verify RM SHA256 success, skip update RM."),
+              1);
+    EXPECT_EQ(mended.trailCount("OAM6 RM sha256 pass"), 1);
+    EXPECT_EQ(mended.trailCount("=== end of Secure Boot ==="), 1);
+    for (const char* name : {"Retimer", "RM", "IFWI"})
+    {
+        EXPECT_THAT(mended.texts("ResourceEvent.1.2.1.ResourcePoweringOn", ""),
+                    Contains(std::string("The component ") + name +
+                             " is powering on."));
+    }
+
+    scenario["devices"]["stuckRetimers"] = {"0x10"};
+    SimRun stuck = run(writeScenario("retimer-stuck", scenario));
+    const auto programmed = stuck.texts("Update.1.0.1.UpdateSuccessful");
+    EXPECT_EQ(std::count(programmed.begin(), programmed.end(),
+                         "Retimer update completed successfully."),
+              3);
+    EXPECT_EQ(stuck.trailCount("Retimer Hash can't match after 3 times "
+                               "Re-Program!"),
+              1);
+    EXPECT_EQ(stuck.orvaneProperty("SecureBoot_Status", "Status"),
+              "ManualRecovery");
+    EXPECT_EQ(stuck.trailCount("=== end of Secure Boot ==="), 0);
 }
 
 } // namespace

@@ -19,7 +19,8 @@ TEST(DeviceMarks, NameTheDeviceAndRefuseWhatTheBoardLacks)
         "oams": {"present": [0, 1, 2, 3]},
         "devices": {"ubbFpgaFlash": {"B": "erased"},
                     "ifwi": {"3": "tampered"},
-                    "retimers": {"0x10": "tampered", "128": "erased"}}})"));
+                    "retimers": {"0x10": "tampered", "128": "erased"},
+                    "stuckRetimers": ["0x02", 64]}})"));
     EXPECT_THAT(scenario.devices.ubbFpgaFlash,
                 ElementsAre(Pair(1, DeviceMark::erased)));
     EXPECT_THAT(scenario.devices.ifwi,
@@ -27,6 +28,7 @@ TEST(DeviceMarks, NameTheDeviceAndRefuseWhatTheBoardLacks)
     EXPECT_THAT(scenario.devices.retimers,
                 ElementsAre(Pair(0x10, DeviceMark::tampered),
                             Pair(0x80, DeviceMark::erased)));
+    EXPECT_THAT(scenario.devices.stuckRetimers, ElementsAre(0x02, 0x40));
 
     const std::vector<std::pair<const char*, const char*>> cases = {
         {R"({"devices": {"flash": {}}})", R"(devices: unknown field "flash")"},
@@ -42,6 +44,10 @@ TEST(DeviceMarks, NameTheDeviceAndRefuseWhatTheBoardLacks)
          "devices.retimers.0x03: a retimer is named by its switch value"},
         {R"({"devices": {"retimers": {"0x100": "erased"}}})",
          "devices.retimers.0x100: must be a number"},
+        {R"({"devices": {"stuckRetimers": "0x02"}})",
+         "devices.stuckRetimers: a list of switch values"},
+        {R"({"devices": {"stuckRetimers": ["0x02", "0x06"]}})",
+         "devices.stuckRetimers[1]: a retimer is named by its switch value"},
     };
     for (const auto& [document, message] : cases)
     {
