@@ -28,6 +28,33 @@ bool ReadHeld(SecureBootService& service, erot::SmcPersistRecord& record)
     return true;
 }
 
+// Read, change and, when the change asks for it, write back; false when
+// the read was bad.
+bool ChangeHeld(SecureBootService& service,
+                const std::function<bool(erot::SmcPersistRecord&)>& change)
+{
+    std::lock_guard<std::mutex> hold(service.persistLock);
+    erot::SmcPersistRecord record{};
+    if (!ReadHeld(service, record))
+    {
+        return false;
+    }
+    if (change(*service.persist))
+    {
+        ErotSMCPersistSet(
+            *service.criticalSection,
+            reinterpret_cast<const uint8_t*>(service.persist.get()),
+            sizeof(record));
+    }
+    return true;
+}
+
+void reportBadRead(const std::string& name)
+{
+    ConsoleLog(logging::level::ERR)
+        << name << " Get_SMC_Persist process error.";
+}
+
 } // namespace
 
 bool ReadPersist(SecureBootService& service, erot::SmcPersistRecord& record)
@@ -39,27 +66,10 @@ bool ReadPersist(SecureBootService& service, erot::SmcPersistRecord& record)
 bool ChangePersist(SecureBootService& service,
                    const std::function<void(erot::SmcPersistRecord&)>& change)
 {
-    UpdatePersistIf(service, name, [&](erot::SmcPersistRecord& record) {
+    return ChangeHeld(service, [&](erot::SmcPersistRecord& record) {
         change(record);
         return true;
     });
-}
-
-bool UpdatePersistIf(SecureBootService& service, const std::string& name,
-                     const std::function<bool(erot::SmcPersistRecord&)>& change)
-{
-    std::lock_guard<std::mutex> hold(service.persistLock);
-    erot::SmcPersistRecord record{};
-    if (!ReadHeld(service, record))
-    {
-<<<<<<< HEAD
-        return false;
-    }
-    change(*service.persist);
-    ErotSMCPersistSet(*service.criticalSection,
-                      reinterpret_cast<const uint8_t*>(service.persist.get()),
-                      sizeof(record));
-    return true;
 }
 
 void UpdatePersist(SecureBootService& service, const std::string& name,
@@ -67,24 +77,19 @@ void UpdatePersist(SecureBootService& service, const std::string& name,
 {
     if (!ChangePersist(service, change))
     {
-        ConsoleLog(logging::level::ERR)
-            << name << " Get_SMC_Persist process error.";
+        reportBadRead(name);
     }
-=======
-        ConsoleLog(logging::level::ERR)
-            << name << " Get_SMC_Persist process error.";
+}
+
+bool UpdatePersistIf(SecureBootService& service, const std::string& name,
+                     const std::function<bool(erot::SmcPersistRecord&)>& change)
+{
+    if (!ChangeHeld(service, change))
+    {
+        reportBadRead(name);
         return false;
     }
-    *service.persist = record;
-    if (change(*service.persist))
-    {
-        ErotSMCPersistSet(
-            *service.criticalSection,
-            reinterpret_cast<const uint8_t*>(service.persist.get()),
-            sizeof(record));
-    }
     return true;
->>>>>>> comp
 }
 
 } // namespace orvane
