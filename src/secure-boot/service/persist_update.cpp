@@ -7,10 +7,12 @@
 namespace orvane
 {
 
-void UpdatePersist(SecureBootService& service, const std::string& name,
-                   const std::function<void(erot::SmcPersistRecord&)>& change)
+namespace
 {
-    std::lock_guard<std::mutex> hold(service.persistLock);
+
+// With persistLock held.
+bool readLocked(SecureBootService& service, const std::string& name)
+{
     // Read beside the working copy, so that a bad read leaves it as it was.
     erot::SmcPersistRecord record{};
     uint16_t length = 0;
@@ -21,13 +23,32 @@ void UpdatePersist(SecureBootService& service, const std::string& name,
     {
         ConsoleLog(logging::level::ERR)
             << name << " Get_SMC_Persist process error.";
-        return;
+        return false;
     }
     *service.persist = record;
+    return true;
+}
+
+} // namespace
+
+bool ReadPersist(SecureBootService& service, const std::string& name)
+{
+    std::lock_guard<std::mutex> hold(service.persistLock);
+    return readLocked(service, name);
+}
+
+void UpdatePersist(SecureBootService& service, const std::string& name,
+                   const std::function<void(erot::SmcPersistRecord&)>& change)
+{
+    std::lock_guard<std::mutex> hold(service.persistLock);
+    if (!readLocked(service, name))
+    {
+        return;
+    }
     change(*service.persist);
     ErotSMCPersistSet(*service.criticalSection,
                       reinterpret_cast<const uint8_t*>(service.persist.get()),
-                      sizeof(record));
+                      sizeof(erot::SmcPersistRecord));
 }
 
 } // namespace orvane

@@ -5,12 +5,16 @@
 #include "secure-boot/boot_failure.hpp"
 #include "secure-boot/erot_calls.hpp"
 #include "secure-boot/image_paths.hpp"
+#include "secure-boot/persist_update.hpp"
 #include "secure-boot/secure_boot_status.hpp"
 #include "secure-boot/service_flags.hpp"
+#include "secure-boot/skip_path.hpp"
 #include "secure-boot/trace_log.hpp"
 #include "utils/platform/platform.hpp"
 #include "vr-service/oam_vr_updater.hpp"
 #include "vr-service/ubb_vr_updater.hpp"
+
+#include <cstdlib>
 
 namespace orvane
 {
@@ -57,8 +61,10 @@ SecureBootService::SecureBootService(sem_t* semaphore, bool hostPowerOn) :
     start();
 }
 
-void SecureBootService::start()
-{}
+SecureBootService::~SecureBootService()
+{
+    std::free(componentInfo);
+}
 
 std::shared_ptr<ImageProcessStrategy>* SecureBootService::strategySlot(
     FwType id)
@@ -137,13 +143,14 @@ void SecureBootService::runUbbVrUpdate()
 
 void SecureBootService::runSecureBoot(OrvaneSvcState& state)
 {
-    // After a warm reset with power good the hardware keeps running as it
-    // is: nothing of standby is repeated.
-    if (hostPowerOn)
+    SetSecureBootStatus("InProgress");
+    // A run earlier in this power cycle finished: the hardware keeps
+    // running as that run left it.
+    if (secureBootFinished(*this))
     {
+        runSkipPath(*this);
         return;
     }
-    SetSecureBootStatus("InProgress");
     ConsoleLog(INFO) << "=== Start Secure Boot ===";
     PrintDebugTraceLog(*criticalSection);
     if (Stby_Pwr_on_Sqnc_2_PreRetimer(state, readActiveSide()) == 0 ||
@@ -152,6 +159,9 @@ void SecureBootService::runSecureBoot(OrvaneSvcState& state)
         ConsoleLog(ERR) << "Standby power sequence 2 error";
         BootFailure(*criticalSection);
     }
+    UpdatePersist(*this, "", [](erot::SmcPersistRecord& record) {
+        record.flags |= persist::SECURE_BOOT_FINISHED;
+    });
     ConsoleLog(INFO) << "Print DebugTraceLog again.";
     PrintDebugTraceLog(*criticalSection);
     ConsoleLog(INFO) << "=== end of Secure Boot ===";
