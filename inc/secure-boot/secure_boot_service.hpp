@@ -142,9 +142,6 @@ class SecureBootService
     // (service_start.cpp).
     void start();
 
-    // The side that the eRoT runs the SMC from; A when it refuses to say.
-    uint8_t readActiveSide();
-
     bool hostPowerOn;
 };
 

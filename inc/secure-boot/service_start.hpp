@@ -10,7 +10,6 @@ namespace orvane
 {
 
 class SecureBootService;
-struct BprTable;
 
 // The texts of one eRoT command that the start retries: its name in the
 // retry event, the line of a refused attempt (the attempt follows) and the
@@ -27,9 +26,6 @@ struct RetryTexts
 // dead link has already halted inside the call.
 void RetryErotCommand(BootContext& context, const RetryTexts& texts,
                       const std::function<int()>& command);
-
-// "Current Boot Partition Record:" and one line per component.
-void PrintBootPartitionTable(const BprTable& table);
 
 // Files the eRoT's component info into the service: every known record by
 // its key, and for eRoT, SMC, SMC FPGA and APCFG also the AHDR-shaped block

@@ -2,6 +2,7 @@
 
 #include "logging/log_line.hpp"
 #include "secure-boot/boot_success.hpp"
+#include "secure-boot/bpr_table.hpp"
 #include "secure-boot/image_info_bus.hpp"
 #include "secure-boot/persist_update.hpp"
 #include "secure-boot/secure_boot_service.hpp"
@@ -30,8 +31,7 @@ bool secureBootFinished(SecureBootService& service)
 void runSkipPath(SecureBootService& service)
 {
     SetSecureBootStatus("Success");
-    auto found = service.bprTable->sides.find(FwType::VR);
-    const int side = found == service.bprTable->sides.end() ? 0 : found->second;
+    const auto side = static_cast<int>(SideOf(*service.bprTable, FwType::VR));
     if (!service.oamVrService)
     {
         ConsoleLog(ERR) << "OAM VR Service initialization fail";

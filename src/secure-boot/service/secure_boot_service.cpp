@@ -5,10 +5,8 @@
 #include "secure-boot/boot_failure.hpp"
 #include "secure-boot/erot_calls.hpp"
 #include "secure-boot/image_paths.hpp"
-#include "secure-boot/persist_update.hpp"
 #include "secure-boot/secure_boot_status.hpp"
 #include "secure-boot/service_flags.hpp"
-#include "secure-boot/skip_path.hpp"
 #include "secure-boot/trace_log.hpp"
 #include "utils/platform/platform.hpp"
 #include "vr-service/oam_vr_updater.hpp"
@@ -92,19 +90,6 @@ std::shared_ptr<ImageProcessStrategy>* SecureBootService::strategySlot(
     }
 }
 
-uint8_t SecureBootService::readActiveSide()
-{
-    uint32_t active = sideA;
-    uint32_t pending = sideA;
-    bool updateOnReboot = false;
-    if (ErotActiveFlashConfigRead(*criticalSection, &active, &pending,
-                                  &updateOnReboot) != 0)
-    {
-        return sideA;
-    }
-    return static_cast<uint8_t>(active);
-}
-
 void SecureBootService::runUbbVrUpdate()
 {
     auto found = bprTable->sides.find(FwType::VR);
@@ -140,35 +125,6 @@ void SecureBootService::runUbbVrUpdate()
         platform::sleepSeconds(10);
     }
 }
-
-void SecureBootService::runSecureBoot(OrvaneSvcState& state)
-{
-    SetSecureBootStatus("InProgress");
-    // A run earlier in this power cycle finished: the hardware keeps
-    // running as that run left it.
-    if (secureBootFinished(*this))
-    {
-        runSkipPath(*this);
-        return;
-    }
-    ConsoleLog(INFO) << "=== Start Secure Boot ===";
-    PrintDebugTraceLog(*criticalSection);
-    if (Stby_Pwr_on_Sqnc_2_PreRetimer(state, readActiveSide()) == 0 ||
-        Stby_Pwr_on_Sqnc_2(state) == 0)
-    {
-        ConsoleLog(ERR) << "Standby power sequence 2 error";
-        BootFailure(*criticalSection);
-    }
-    UpdatePersist(*this, "", [](erot::SmcPersistRecord& record) {
-        record.flags |= persist::SECURE_BOOT_FINISHED;
-    });
-    ConsoleLog(INFO) << "Print DebugTraceLog again.";
-    PrintDebugTraceLog(*criticalSection);
-    ConsoleLog(INFO) << "=== end of Secure Boot ===";
-}
-
-void SecureBootService::getComponentTimes(ComponentTimes&) const
-{}
 
 bool SecureBootService::parallelTask(sem_t* semaphore)
 {

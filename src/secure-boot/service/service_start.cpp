@@ -7,6 +7,7 @@
 #include "logging/log_line.hpp"
 #include "secure-boot/bkc_manifest.hpp"
 #include "secure-boot/boot_failure.hpp"
+#include "secure-boot/bpr_table.hpp"
 #include "secure-boot/cache_image_info.hpp"
 #include "secure-boot/erot_calls.hpp"
 #include "secure-boot/image_info_bus.hpp"
@@ -340,17 +341,6 @@ void RetryErotCommand(BootContext& context, const RetryTexts& texts,
     }
 }
 
-void PrintBootPartitionTable(const BprTable& table)
-{
-    ConsoleLog(INFO) << "Current Boot Partition Record:";
-    for (const auto& [id, side] : table.sides)
-    {
-        ConsoleLog(INFO) << "[Component Id: 0x"
-                         << HexText(static_cast<uint32_t>(id))
-                         << ", Side: " << side << "]";
-    }
-}
-
 void FileComponentInfo(SecureBootService& service,
                        std::span<const erot::ComponentInfo> records)
 {
@@ -397,7 +387,7 @@ void SecureBootService::start()
     }
     readActiveFlashConfig(*this);
     const bool smcFpgaRecord = readBootPartitionRecords(*this);
-    PrintBootPartitionTable(*bprTable);
+    PrintBprTable(*bprTable);
     // With the host on the SMC FPGA evidently runs: no flip under its feet.
     if (!hostPowerOn && !smcFpgaRecord)
     {

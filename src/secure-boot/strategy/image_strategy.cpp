@@ -102,17 +102,14 @@ bool StrategyFiles(uint32_t componentId, std::string& ahdrFile,
     return true;
 }
 
-std::shared_ptr<ImageProcessStrategy> CreateImageStrategy(
-    const SecureBootService& service, uint32_t componentId)
+namespace
 {
-    std::string ahdrFile;
-    std::string imageFile;
-    if (!StrategyFiles(componentId, ahdrFile, imageFile))
-    {
-        return nullptr;
-    }
-    const uint8_t side = service.activeSide;
-    switch (static_cast<FwType>(componentId))
+
+std::shared_ptr<ImageProcessStrategy> makeStrategy(FwType id, uint8_t side,
+                                                   const std::string& ahdrFile,
+                                                   const std::string& imageFile)
+{
+    switch (id)
     {
         case FwType::UBB_FPGA:
             return std::make_shared<UbbFpgaImageStrategy>(side, ahdrFile,
@@ -135,6 +132,27 @@ std::shared_ptr<ImageProcessStrategy> CreateImageStrategy(
         default:
             return nullptr;
     }
+}
+
+} // namespace
+
+std::shared_ptr<ImageProcessStrategy> CreateImageStrategy(
+    const SecureBootService& service, uint32_t componentId)
+{
+    std::string ahdrFile;
+    std::string imageFile;
+    if (!StrategyFiles(componentId, ahdrFile, imageFile))
+    {
+        return nullptr;
+    }
+    std::shared_ptr<ImageProcessStrategy> strategy =
+        makeStrategy(static_cast<FwType>(componentId), service.activeSide,
+                     ahdrFile, imageFile);
+    if (strategy)
+    {
+        strategy->bootContext = service.criticalSection.get();
+    }
+    return strategy;
 }
 
 } // namespace orvane
