@@ -60,17 +60,17 @@ const RetryTexts componentInfoTexts{"ErotGetComponentInfo",
 struct CheckedComponent
 {
     FwType id;
-    const char* infoName;  // "Read the Componet info FwType ..."
+    // "Read the Componet info FwType ..." and "The ... secure_boot_status
+    // check has failed"
+    const char* name;
     const char* fetchName; // "Fetching ... active AHDR..."
-    const char* checkName; // "The ... secure_boot_status check has failed"
     AhdrPair SecureBootService::*block;
 };
 constexpr CheckedComponent checkedComponents[] = {
-    {FwType::SMC, "SMC", "SMC", "SMC", &SecureBootService::smcInfo},
-    {FwType::EROT, "eRoT", "eRoT", "eRoT", &SecureBootService::erotInfo},
-    {FwType::SMC_FPGA, "SMCFPGA", "SMC-FPGA", "SMCFPGA",
-     &SecureBootService::smcFpgaInfo},
-    {FwType::APCFG, "APCFG", "APCFG", "APCFG", &SecureBootService::apcfgInfo},
+    {FwType::SMC, "SMC", "SMC", &SecureBootService::smcInfo},
+    {FwType::EROT, "eRoT", "eRoT", &SecureBootService::erotInfo},
+    {FwType::SMC_FPGA, "SMCFPGA", "SMC-FPGA", &SecureBootService::smcFpgaInfo},
+    {FwType::APCFG, "APCFG", "APCFG", &SecureBootService::apcfgInfo},
 };
 
 std::string hexBytes(const uint8_t* bytes, size_t length)
@@ -219,14 +219,14 @@ void fileCheckedRecord(SecureBootService& service,
                        const CheckedComponent& checked,
                        const erot::ComponentInfo& record)
 {
-    ConsoleLog(INFO) << "Read the Componet info FwType " << checked.infoName;
+    ConsoleLog(INFO) << "Read the Componet info FwType " << checked.name;
     const bool active = record.active != 0;
     ConsoleLog(INFO) << "Fetching " << checked.fetchName
                      << (active ? " active" : " inactive") << " AHDR...";
     bool integrityFailed = false;
     if (active && record.secureBootStatus == 0)
     {
-        ConsoleLog(ERR) << "The " << checked.checkName
+        ConsoleLog(ERR) << "The " << checked.name
                         << " secure_boot_status check has failed";
         integrityFailed = true;
     }
@@ -405,11 +405,9 @@ void SecureBootService::start()
     {
         cacheRunningSide(*this);
     }
-    for (uint8_t side : {sideA, sideB})
+    for (const char* side : {"/A", "/B"})
     {
-        std::string dir(imageRoot);
-        dir += side == sideA ? "/A" : "/B";
-        platform::shell().system("mkdir -p " + dir);
+        platform::shell().system("mkdir -p " + std::string(imageRoot) + side);
     }
 }
 
