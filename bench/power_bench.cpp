@@ -43,6 +43,9 @@ struct Sample
     double i2c = 0;
     double gpio = 0;
     double cpu = 0;
+    long rss = 0; // the daemon's peak resident set so far, kB
+    long pss = 0; // its proportional set at the sample, kB
+    long own = 0; // its private pages at the sample, kB
 };
 
 std::string slurp(const fs::path& path)
@@ -73,7 +76,8 @@ std::vector<Sample> readSamples(const fs::path& path)
     {
         auto entry = nlohmann::json::parse(line);
         samples.push_back({entry["t"], entry["wall"], entry["i2c"],
-                           entry["gpio"], entry["cpu"]});
+                           entry["gpio"], entry["cpu"], entry.value("rss", 0L),
+                           entry.value("pss", 0L), entry.value("private", 0L)});
     }
     return samples;
 }
@@ -196,6 +200,25 @@ int measure(const std::string& scenario, const std::string& speed)
                   << 100 * (last->cpu - first->cpu) / turns / 0.1
                   << " % of one core\n";
     }
+    long rss = 0;
+    long pss = 0;
+    long own = 0;
+    for (const Sample& sample : samples)
+    {
+        rss = std::max(rss, sample.rss);
+        pss = std::max(pss, sample.pss);
+        own = std::max(own, sample.own);
+    }
+    // Resident pages of shared libraries count in full in the RSS of every
+    // process that maps them; the proportional set divides them among the
+    // processes and is what the budget is judged on.
+    std::cout << "\n== memory (samples once per board second)\n"
+              << "daemon peak RSS (VmHWM): " << rss << " kB\n"
+              << "daemon peak PSS:         " << pss
+              << " kB = " << std::setprecision(1) << std::fixed
+              << 100.0 * static_cast<double>(pss) / (8 * 1024)
+              << " % of the 8 MB budget\n"
+              << "daemon peak private:     " << own << " kB\n";
     fs::remove_all(out);
     fs::remove(out.string() + ".console");
     return 0;

@@ -12,6 +12,7 @@
 #include <iterator>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 
 namespace ubbsim
 {
@@ -132,6 +133,42 @@ void DaemonProcess::kill()
     {
         reader.join();
     }
+}
+
+namespace
+{
+
+// The first number after `key` in a /proc file of the process; 0 without.
+long procField(pid_t pid, const char* file, std::string_view key)
+{
+    std::ifstream in("/proc/" + std::to_string(pid) + "/" + file);
+    for (std::string line; std::getline(in, line);)
+    {
+        if (line.starts_with(key))
+        {
+            return std::strtol(line.c_str() + key.size(), nullptr, 10);
+        }
+    }
+    return 0;
+}
+
+} // namespace
+
+long DaemonProcess::peakRssKb()
+{
+    return running() ? procField(pid, "status", "VmHWM:") : 0;
+}
+
+long DaemonProcess::pssKb()
+{
+    return running() ? procField(pid, "smaps_rollup", "Pss:") : 0;
+}
+
+long DaemonProcess::privateKb()
+{
+    return running() ? procField(pid, "smaps_rollup", "Private_Clean:") +
+                           procField(pid, "smaps_rollup", "Private_Dirty:")
+                     : 0;
 }
 
 double DaemonProcess::cpuSeconds()

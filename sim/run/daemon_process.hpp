@@ -47,6 +47,12 @@ class DaemonProcess
     // CPU seconds (user and system, all threads) of the running daemon; 0
     // when it isn't running.
     double cpuSeconds();
+    // Peak resident set (VmHWM) of the running daemon; its present
+    // proportional set (shared library pages divided among their users) and
+    // its private pages alone; in kB, 0 when it isn't running.
+    long peakRssKb();
+    long pssKb();
+    long privateKb();
     // How the last run ended, as a text for the summary.
     std::string lastExit() const;
     // A line of the board's own in the trail, between the daemon's.

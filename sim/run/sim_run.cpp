@@ -249,7 +249,10 @@ class StatsRecorder
                    .count()
             << ", \"i2c\": " << counts.i2cTransfers
             << ", \"gpio\": " << counts.gpioRequests
-            << ", \"cpu\": " << daemon.cpuSeconds() << "}\n";
+            << ", \"cpu\": " << daemon.cpuSeconds()
+            << ", \"rss\": " << daemon.peakRssKb()
+            << ", \"pss\": " << daemon.pssKb()
+            << ", \"private\": " << daemon.privateKb() << "}\n";
         out.flush();
     }
 
