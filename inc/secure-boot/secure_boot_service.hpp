@@ -82,6 +82,9 @@ class SecureBootService
     {};
     static constexpr RecordOnly recordOnly{};
     SecureBootService(sem_t* criticalSection, bool hostPowerOn, RecordOnly);
+    // The daemon's never ends; those of tools and tests give back the
+    // component info buffer.
+    ~SecureBootService();
 
     void runUbbVrUpdate();
     void runSecureBoot(OrvaneSvcState& state);
@@ -135,7 +138,8 @@ class SecureBootService
     std::shared_ptr<ImageProcessStrategy>* strategySlot(FwType id);
 
   private:
-    // The eRoT reads and checks of the constructor, in their order.
+    // The eRoT reads and checks of the constructor, in their order
+    // (service_start.cpp).
     void start();
 
     bool hostPowerOn;

@@ -5,11 +5,13 @@ namespace orvane
 
 class SecureBootService;
 
-// Whether a previous run in this power cycle finished secure boot (a good
-// persist read with SECURE_BOOT_FINISHED set).
+// Whether a run of the daemon earlier in this power cycle finished secure
+// boot: the persist record reads good and says so. Leaves the read in the
+// service's working copy.
 bool secureBootFinished(SecureBootService& service);
 
-// The regulator checks that a restart still owes, then "Skip Secure Boot".
+// The boot when secure boot has already finished: no verification and no
+// word to the eRoT, only the VR updates and the success report.
 void runSkipPath(SecureBootService& service);
 
 } // namespace orvane

@@ -118,14 +118,19 @@ SideInfo prepareSide(const FwComponent& component, AhdrFields fields,
     return info;
 }
 
+ErotComponentSetting settingFor(const ErotScenario& scenario,
+                                const FwComponent& component)
+{
+    auto given = scenario.components.find(std::string(component.name));
+    return given == scenario.components.end() ? ErotComponentSetting{}
+                                              : given->second;
+}
+
 ComponentState prepareComponent(const ErotScenario& scenario,
                                 const FwComponent& component,
                                 const fs::path& root, const BoardKeys& keys)
 {
-    auto given = scenario.components.find(std::string(component.name));
-    ErotComponentSetting setting = given == scenario.components.end()
-                                       ? ErotComponentSetting{}
-                                       : given->second;
+    const ErotComponentSetting setting = settingFor(scenario, component);
     ComponentState state;
     state.id = component.id;
     state.minSvn = setting.minSvn.value_or(defaultMinSvn);
@@ -236,8 +241,18 @@ ErotState setUpBoardErot(const ErotScenario& scenario, const fs::path& root,
         ComponentState entry =
             prepareComponent(scenario, component, root, keys);
         state.bkcManifest.emplace_back(
-            entry.id, entry.sides[state.runningSide(entry)].version);
+            entry.id, settingFor(scenario, component)
+                          .manifest.value_or(
+                              entry.sides[state.runningSide(entry)].version));
         state.components.push_back(std::move(entry));
+    }
+    if (scenario.secureBootFinished.value_or(false))
+    {
+        state.persist[persistFlagsByte] |= persistBootFinished;
+    }
+    if (scenario.smcFpgaRecoveryTried)
+    {
+        state.persist[persistFpgaFlippedByte] = 1;
     }
     preloadTraceLog(scenario, state);
     setIdentity(keys, state);

@@ -13,9 +13,6 @@ namespace
 {
 
 constexpr uint8_t lastPage = 0x02;
-// FIRMWARE_COPY_COMPLETED of the persist record: the other side differs
-// again once the SMC boots from a new side.
-constexpr uint8_t copyCompleted = 1U << 3;
 
 } // namespace
 
@@ -105,7 +102,10 @@ void ErotDevice::smcReset()
     {
         appendTrace("FLIP", current.activeSide, current.pendingSide, 5);
         current.activeSide = current.pendingSide;
-        current.persist[0] &= static_cast<uint8_t>(~copyCompleted);
+        // The other side differs again once the SMC boots from a new one:
+        // its copy is no longer complete.
+        current.persist[persistFlagsByte] &=
+            static_cast<uint8_t>(~persistCopyCompleted);
     }
     // Paged reads don't survive the SMC that started them.
     componentPages = {};

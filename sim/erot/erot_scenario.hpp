@@ -22,6 +22,9 @@ struct ErotComponentSetting
     std::optional<uint32_t> minSvn;
     // The side its boot partition record names; unset follows the SMC.
     std::optional<int> bootSide;
+    // Its entry in the known-good manifest; unset is the version that it
+    // runs. 0 and 0xFFFFFFFF are values like any other here.
+    std::optional<uint32_t> manifest;
     // Revocation of its signing key and of its older SVNs, on both sides:
     // 0 none, 1 requested (the next anti-rollback commit completes it),
     // 2 completed.
@@ -87,6 +90,11 @@ struct ErotScenario
     bool updateOnReboot = false;
     bool autoArb = false;
     uint8_t health = 0x01;
+    // The SMC's persist record as the run finds it: a secure boot that
+    // finished earlier in this power cycle (unset: the SMC starts warm),
+    // and a flip of the SMC FPGA's flash that was already tried.
+    std::optional<bool> secureBootFinished;
+    bool smcFpgaRecoveryTried = false;
     std::map<std::string, ErotComponentSetting> components;
     std::vector<ErotImageMark> images;
     std::vector<ErotFault> faults;

@@ -59,6 +59,13 @@ struct TraceRecord
     uint8_t severity = 5;
 };
 
+// The persist record that the eRoT keeps for the SMC: the bytes that it
+// looks at itself, and those that a scenario may set.
+inline constexpr size_t persistFlagsByte = 0;
+inline constexpr uint8_t persistBootFinished = 0x04;
+inline constexpr uint8_t persistCopyCompleted = 0x08;
+inline constexpr size_t persistFpgaFlippedByte = 4;
+
 // Bits of the health byte.
 inline constexpr uint8_t healthReady = 0x01;
 inline constexpr uint8_t healthNonFatal = 0x02;

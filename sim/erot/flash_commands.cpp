@@ -14,9 +14,6 @@ namespace
 constexpr uint8_t bprFormat = 1;
 constexpr uint32_t resetGuard = 0x5A17C3E9;
 constexpr uint8_t resetSmc = 1;
-// Byte 4 of the persist record: the SMC flipped its FPGA's flash to
-// recover. A boot that reaches its success signal has recovered.
-constexpr size_t recoveryTriedByte = 4;
 
 // Requested revocations complete with the commit.
 void completeRevocation(uint8_t& revocation)
@@ -51,7 +48,9 @@ Bytes ErotDevice::signalBootSuccess(Request request)
     {
         commitAntiRollback();
     }
-    current.persist[recoveryTriedByte] = 0;
+    // The SMC flipped its FPGA's flash to recover: a boot that reaches its
+    // success signal has recovered.
+    current.persist[persistFpgaFlippedByte] = 0;
     appendTrace("BTOK", stage, commit ? 1 : 0, 5);
     return statusOnly(request, status::ok);
 }

@@ -96,6 +96,17 @@ void DaemonProcess::pump(int fd)
     std::fclose(stream);
 }
 
+void DaemonProcess::note(const std::string& line)
+{
+    std::lock_guard lock(mutex);
+    trail << line << "\n";
+    trail.flush();
+    if (echo)
+    {
+        std::cout << line << "\n" << std::flush;
+    }
+}
+
 bool DaemonProcess::running()
 {
     if (pid <= 0 || reaped)

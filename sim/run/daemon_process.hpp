@@ -55,6 +55,8 @@ class DaemonProcess
     long privateKb();
     // How the last run ended, as a text for the summary.
     std::string lastExit() const;
+    // A line of the board's own in the trail, between the daemon's.
+    void note(const std::string& line);
 
   private:
     void pump(int fd);

@@ -37,6 +37,7 @@ const char* const boardDirectories[] = {
     "/usr/bin",
     "/usr/share/images",
     "/dev",
+    "/proc",
     "/tmp/secure-boot/A",
     "/tmp/secure-boot/B",
 };
@@ -178,7 +179,23 @@ void makeSmcPartitions(const std::string& root)
     }
 }
 
+const char* const baseMounts = "rootfs / rootfs rw 0 0\n"
+                               "proc /proc proc rw,nosuid,nodev,noexec 0 0\n"
+                               "sysfs /sys sysfs rw,nosuid,nodev,noexec 0 0\n"
+                               "tmpfs /run tmpfs rw,nosuid,nodev,mode=755 0 0\n"
+                               "tmpfs /tmp tmpfs rw,nosuid,nodev 0 0\n";
+const char* const logNvMount =
+    "/dev/mtdblock6 /run/initramfs/log_nv jffs2 rw,relatime 0 0\n";
+
 } // namespace
+
+void writeMounts(const std::string& root, bool logNvMounted)
+{
+    const std::string table = root + "/proc/mounts";
+    std::ofstream(table + ".new")
+        << baseMounts << (logNvMounted ? logNvMount : "");
+    fs::rename(table + ".new", table);
+}
 
 void prepareRoot(const std::string& root, const Scenario& scenario)
 {
@@ -187,6 +204,7 @@ void prepareRoot(const std::string& root, const Scenario& scenario)
         fs::create_directories(root + directory);
     }
     makeSmcPartitions(root);
+    writeMounts(root, scenario.logNvMount <= 0);
     for (const char* const* tool = boardTools; *tool != nullptr; ++tool)
     {
         std::string path = root + *tool;

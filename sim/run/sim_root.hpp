@@ -15,8 +15,13 @@ namespace ubbsim
 extern const char* const boardTools[];
 
 // Makes the directories and tools of the simulated root, and the regulator
-// configuration bundles of both image sides and the read-only image. Files already
-// there (from an earlier daemon in the same run) are kept.
+// configuration bundles of both image sides and the read-only image. Files
+// already there (from an earlier daemon in the same run) are kept.
 void prepareRoot(const std::string& root, const Scenario& scenario);
+
+// The SMC's mount table, /proc/mounts under the simulated root, with or
+// without the non-volatile log partition. Replaced whole, so that a reader
+// never sees half of it.
+void writeMounts(const std::string& root, bool logNvMounted);
 
 } // namespace ubbsim

@@ -145,8 +145,9 @@ struct Daemons
     }
 };
 
+// `cause` names what reset the SMC, for the trail.
 void act(const DaemonAction& action, Board& board, Daemons daemons,
-         RunErot& erot)
+         RunErot& erot, const char* cause = "the scenario")
 {
     if (action.kind == DaemonAction::Kind::second)
     {
@@ -160,6 +161,10 @@ void act(const DaemonAction& action, Board& board, Daemons daemons,
     {
         board.smcReset();
         erot.endpoint().smcReset();
+        daemon.note(std::string("== ubb-sim: SMC reset by ") + cause +
+                    "; the SMC boots from flash " +
+                    (erot.endpoint().state().activeSide == 0 ? "A" : "B") +
+                    " ==");
     }
     if (action.kind != DaemonAction::Kind::kill)
     {
@@ -326,6 +331,7 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
     size_t next = 0;
     ClientCalls clients;
     size_t nextClient = 0;
+    bool logNvMounted = scenario.logNvMount <= 0;
     catchStopSignals();
     StatsRecorder stats((out / "stats.jsonl").string());
     while (clock.now() < boardTime(scenario.end) && stopRequested == 0)
@@ -344,7 +350,13 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
         // A reset that the eRoT accepted restarts the SMC.
         if (erot.endpoint().resetDue())
         {
-            act({.kind = DaemonAction::Kind::restart}, *board, daemons, erot);
+            act({.kind = DaemonAction::Kind::restart}, *board, daemons, erot,
+                "the eRoT's system reset");
+        }
+        if (!logNvMounted && clock.now() >= boardTime(scenario.logNvMount))
+        {
+            writeMounts(env.rootDir, true);
+            logNvMounted = true;
         }
         daemons.reapHolds();
         stats.sample(clock.now(), *board, daemon);

@@ -143,8 +143,8 @@ uint8_t readRevocation(const json& value, const std::string& path)
 ErotComponentSetting parseComponent(const json& value, const std::string& path)
 {
     Fields fields(value, path,
-                  {"version", "svn", "minSvn", "bootSide", "keyRevocation",
-                   "svnRevocation"});
+                  {"version", "svn", "minSvn", "manifest", "bootSide",
+                   "keyRevocation", "svnRevocation"});
     ErotComponentSetting setting;
     auto word = [&](std::string_view key) -> std::optional<uint32_t> {
         if (const json* member = fields.find(key))
@@ -157,6 +157,7 @@ ErotComponentSetting parseComponent(const json& value, const std::string& path)
     setting.version = word("version");
     setting.svn = word("svn");
     setting.minSvn = word("minSvn");
+    setting.manifest = word("manifest");
     if (const json* side = fields.find("bootSide"))
     {
         setting.bootSide = readSide(*side, fields.at("bootSide"));
@@ -297,6 +298,22 @@ void parseFlags(const Fields& fields, ErotScenario& erot)
     }
 }
 
+void parsePersist(const json& value, const std::string& path,
+                  ErotScenario& erot)
+{
+    Fields fields(value, path, {"secureBootFinished", "smcFpgaRecoveryTried"});
+    if (const json* flag = fields.find("secureBootFinished"))
+    {
+        erot.secureBootFinished =
+            readBool(*flag, fields.at("secureBootFinished"));
+    }
+    if (const json* flag = fields.find("smcFpgaRecoveryTried"))
+    {
+        erot.smcFpgaRecoveryTried =
+            readBool(*flag, fields.at("smcFpgaRecoveryTried"));
+    }
+}
+
 // An SVN below a committed minimum of 0 can't be signed.
 void checkLowSvn(const ErotScenario& erot, const std::string& path)
 {
@@ -320,9 +337,14 @@ ErotScenario parseErot(const json& value, const std::string& path, Seconds end)
 {
     Fields fields(value, path,
                   {"retimers", "activeSide", "updateOnReboot", "autoArb",
-                   "health", "components", "images", "faults", "traceLog"});
+                   "health", "persist", "components", "images", "faults",
+                   "traceLog"});
     ErotScenario erot;
     parseFlags(fields, erot);
+    if (const json* persist = fields.find("persist"))
+    {
+        parsePersist(*persist, fields.at("persist"), erot);
+    }
     if (const json* components = fields.find("components"))
     {
         std::string where = fields.at("components");

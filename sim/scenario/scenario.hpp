@@ -193,6 +193,9 @@ struct Scenario
     // Files under the simulated root before the daemon starts: absolute
     // path to contents, taken as they are.
     std::map<std::string, std::string> files;
+    // When the non-volatile log partition, /run/initramfs/log_nv, shows in
+    // the simulated /proc/mounts: at the start unless said otherwise.
+    Seconds logNvMount = 0;
     ErotScenario erot; // the root of trust and its images
     DeviceScenario devices;
     FirmwareCopyScenario firmwareCopy;

@@ -616,11 +616,12 @@ FruContents defaultUbbFru(const std::string& product)
 Scenario parseScenario(const json& document)
 {
     Fields fields(document, "",
-                  {"name",     "description",  "start",  "baseWasOn",
-                   "oams",     "ubb",          "k517",   "fruValid",
-                   "host",     "faults",       "daemon", "clients",
-                   "tools",    "files",        "erot",   "devices",
-                   "vrUpdate", "firmwareCopy", "end",    "speed"});
+                  {"name",    "description", "start",        "baseWasOn",
+                   "oams",    "ubb",         "k517",         "fruValid",
+                   "host",    "faults",      "daemon",       "clients",
+                   "tools",   "files",       "logNvMount",   "erot",
+                   "devices", "vrUpdate",    "firmwareCopy", "end",
+                   "speed"});
     Scenario scenario;
     scenario.name = "custom";
     scenario.end = defaultEnd;
@@ -663,6 +664,12 @@ Scenario parseScenario(const json& document)
     {
         scenario.files = parseFiles(*files, fields.at("files"));
     }
+    if (const json* mount = fields.find("logNvMount"))
+    {
+        scenario.logNvMount = readSeconds(*mount, fields.at("logNvMount"));
+        checkWithinRun(scenario.logNvMount, scenario.end,
+                       fields.at("logNvMount"));
+    }
     if (const json* vr = fields.find("vrUpdate"))
     {
         scenario.vrUpdate = parseVrUpdate(*vr, fields.at("vrUpdate"));
@@ -670,6 +677,12 @@ Scenario parseScenario(const json& document)
     if (const json* erot = fields.find("erot"))
     {
         scenario.erot = parseErot(*erot, fields.at("erot"), scenario.end);
+    }
+    // An SMC that restarts under board power had a daemon before it that
+    // finished its secure boot.
+    if (!scenario.erot.secureBootFinished)
+    {
+        scenario.erot.secureBootFinished = scenario.start == ResetKind::warm;
     }
     if (const json* devices = fields.find("devices"))
     {

@@ -361,7 +361,7 @@ TEST_F(ComponentTest, StagedUbbFpgaImagesAreProgrammedAFirst)
         fake.shell.statusFor[toolB] = bFails ? 256 : 0;
         const size_t before = fake.shell.commands().size();
         const std::string out =
-            console([&] { EXPECT_EQ(runUbbFpgaPostUpdate(service), !bFails); });
+            console([&] { EXPECT_EQ(runUbbFpgaPostUpdate(), !bFails); });
         const auto commands = fake.shell.commands();
         EXPECT_EQ(
             std::vector<std::string>(commands.begin() + before, commands.end()),
@@ -374,7 +374,7 @@ TEST_F(ComponentTest, StagedUbbFpgaImagesAreProgrammedAFirst)
     }
     std::filesystem::remove(platform::path(b));
     const size_t before = fake.shell.commands().size();
-    console([&] { EXPECT_TRUE(runUbbFpgaPostUpdate(service)); });
+    console([&] { EXPECT_TRUE(runUbbFpgaPostUpdate()); });
     EXPECT_EQ(fake.shell.commands().size(), before) << "nothing staged";
 }
 

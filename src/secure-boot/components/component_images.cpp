@@ -30,13 +30,6 @@ std::string SideVersionText(const ImageProcessStrategy& strategy, uint32_t side)
                            : strategy.inactiveAhdr.currentSWVersion);
 }
 
-std::string UbbFpgaVersionText(SecureBootService& service)
-{
-    const auto found = service.bkcManifest.find("UBB_FPGA");
-    return VersionText(
-        found == service.bkcManifest.end() ? 0 : found->second.version);
-}
-
 int RunTool(std::string command, size_t bufferSize)
 {
     if (bufferSize > 0 && command.size() >= bufferSize)

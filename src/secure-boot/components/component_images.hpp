@@ -22,9 +22,6 @@ std::string VersionText(uint32_t version);
 std::string SideVersionText(const ImageProcessStrategy& strategy,
                             uint32_t side);
 
-// The UBB FPGA's version as the BKC manifest gives it.
-std::string UbbFpgaVersionText(SecureBootService& service);
-
 // Runs one programming tool's command line, cut to the room the board
 // gives it (`bufferSize` with its terminating zero); the wait status, 0
 // for success.

@@ -1,6 +1,7 @@
 #include "secure-boot/components/ubb_fpga_bring_up.hpp"
 
 #include "logging/log_line.hpp"
+#include "secure-boot/bkc_manifest.hpp"
 #include "secure-boot/components/component_images.hpp"
 #include "secure-boot/components/fetch_verify.hpp"
 #include "secure-boot/image_paths.hpp"
@@ -28,7 +29,7 @@ constexpr size_t ubbFpgaCommandRoom = 512;
 
 } // namespace
 
-bool runUbbFpgaPostUpdate(SecureBootService& service)
+bool runUbbFpgaPostUpdate()
 {
     ConsoleLog(INFO) << "*** Do Post Update UBB FPGA ***";
     for (uint8_t side : {sideA, sideB})
@@ -42,10 +43,10 @@ bool runUbbFpgaPostUpdate(SecureBootService& service)
         const char letter = side == sideA ? 'A' : 'B';
         ConsoleLog(INFO) << "*** The UBB Image is in /var/lib/images/" << letter
                          << ", starts programming it. ***";
-        const int status =
-            RunTool(std::string(secure_boot_board::ubbFpgaTool) + " " + path +
-                        " " + letter + " " + UbbFpgaVersionText(service),
-                    ubbFpgaCommandRoom);
+        const int status = RunTool(std::string(secure_boot_board::ubbFpgaTool) +
+                                       " " + path + " " + letter + " " +
+                                       ManifestVersionText(FwType::UBB_FPGA),
+                                   ubbFpgaCommandRoom);
         if (status != 0)
         {
             ConsoleLog(CRITICAL)
@@ -63,7 +64,7 @@ bool BringUpUbbFpga(SecureBootService& service,
                     const std::shared_ptr<ImageProcessStrategy>& strategy,
                     const std::string& name, FwType id)
 {
-    if (!runUbbFpgaPostUpdate(service))
+    if (!runUbbFpgaPostUpdate())
     {
         ConsoleLog(ERR) << name << " Do post update UBBFPGA failed!!!";
         return false;

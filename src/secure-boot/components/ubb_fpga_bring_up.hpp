@@ -13,7 +13,7 @@ class SecureBootService;
 
 // Programs a UBB FPGA image staged as a plain file on either side, A
 // first, and removes each file once programmed. True when none failed.
-bool runUbbFpgaPostUpdate(SecureBootService& service);
+bool runUbbFpgaPostUpdate();
 
 // The UBB FPGA: staged images programmed, its flash checked by the eRoT,
 // then configured from the side its record names.

@@ -98,10 +98,11 @@ void reportSvn(const erot::ComponentInfo& record, const std::string& name)
 
 } // namespace
 
-void RefreshImageInfo(SecureBootService& service)
+std::vector<erot::ComponentInfo> RefreshImageInfo(SecureBootService& service)
 {
-    for (const erot::ComponentInfo& record :
-         ReadComponentInfoOrHalt(*service.criticalSection))
+    std::vector<erot::ComponentInfo> records =
+        ReadComponentInfoOrHalt(*service.criticalSection);
+    for (const erot::ComponentInfo& record : records)
     {
         const FwNames* names = FindFwNames(record.componentId);
         if (record.active == 0 || names == nullptr)
@@ -119,6 +120,7 @@ void RefreshImageInfo(SecureBootService& service)
             reportSvn(record, name);
         }
     }
+    return records;
 }
 
 } // namespace orvane

@@ -12,6 +12,8 @@
 #include "vr-service/oam_vr_updater.hpp"
 #include "vr-service/ubb_vr_updater.hpp"
 
+#include <cstdlib>
+
 namespace orvane
 {
 
@@ -57,8 +59,10 @@ SecureBootService::SecureBootService(sem_t* semaphore, bool hostPowerOn) :
     start();
 }
 
-void SecureBootService::start()
-{}
+SecureBootService::~SecureBootService()
+{
+    std::free(componentInfo);
+}
 
 std::shared_ptr<ImageProcessStrategy>* SecureBootService::strategySlot(
     FwType id)

@@ -233,7 +233,7 @@ TEST(ImageReaders, TheToolsProgramTheDevicesTheyAreGiven)
         UbbFpgaImageStrategy ubb(0, "ubb-fpga.ahdr", "ubb-fpga.bin");
         ASSERT_TRUE(ubb.Fetch());
         const Sha384 sideB = on.digestOf(ubb.inactiveImagePath);
-        EXPECT_TRUE(runUbbFpgaPostUpdate(service));
+        EXPECT_TRUE(runUbbFpgaPostUpdate());
         EXPECT_TRUE(initInactiveSide(ubb, 0x0400));
         EXPECT_EQ(on.digestOf(ubb.inactiveDumpPath), sideB);
 

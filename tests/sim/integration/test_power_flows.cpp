@@ -165,10 +165,17 @@ TEST(PowerFlow, SmcResetUnderPowerAndDaemonRespawn)
     EXPECT_EQ(warm.trailCount(baseGood), 1);
     EXPECT_EQ(warm.powerStatus("BasePowerStatus"), "On");
 
-    // The daemon alone restarted: the reset reason is still cold, the FPGA
-    // not configured as far as it knows, and it runs the whole sequence.
+    // The daemon alone restarted: the reset reason is still cold, so it
+    // takes the host for off. Secure boot had finished, so it resets the
+    // SMC, and the daemon after the reset runs the whole boot again.
     SimRun cold = run("daemon-respawn");
-    EXPECT_EQ(cold.trailCount("Enter Boot Critical Section"), 2);
+    EXPECT_EQ(cold.trailCount("Enter Boot Critical Section"), 3);
+    EXPECT_EQ(cold.trailCount("Secure boot has finished. The host power is "
+                              "OFF. Do SMC Reset!!"),
+              1);
+    EXPECT_EQ(cold.trailCount("== ubb-sim: SMC reset by the eRoT's system "
+                              "reset; the SMC boots from flash A =="),
+              1);
     EXPECT_EQ(cold.trailCount("Skip Stby_Pwr_on_Sqnc"), 0);
     EXPECT_EQ(cold.trailCount("UBB FPGA configured"), 2);
 }

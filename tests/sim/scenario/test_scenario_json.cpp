@@ -119,7 +119,9 @@ TEST(ScenarioFields, ErotSectionSetsUpBoardImagesAndFaults)
     Scenario scenario = parseScenario(json::parse(R"({"erot": {
         "retimers": "dual", "activeSide": "B", "autoArb": true,
         "components": {"UBB_FPGA": {"svn": 3, "minSvn": "0x2",
-                                    "keyRevocation": "requested"}},
+                                    "keyRevocation": "requested"},
+                       "RM": {"manifest": "0xFFFFFFFF"}},
+        "persist": {"smcFpgaRecoveryTried": true},
         "images": [{"component": "Retimer_2", "side": "B", "mark": "lowSvn"}],
         "faults": [{"kind": "status", "opcode": "0x02", "value": "0x81",
                     "component": "IFWI", "at": 5, "until": 9},
@@ -135,6 +137,14 @@ TEST(ScenarioFields, ErotSectionSetsUpBoardImagesAndFaults)
     EXPECT_EQ(erot.faults.at(0).value, 0x81);
     EXPECT_EQ(erot.faults.at(1).opcode, -1);
     EXPECT_EQ(erot.traceLog.at(0).tag, "BPup");
+    EXPECT_EQ(erot.components.at("RM").manifest, 0xFFFFFFFFU);
+    EXPECT_TRUE(erot.smcFpgaRecoveryTried);
+    // A cold start has no finished boot behind it unless said; a warm one
+    // has.
+    EXPECT_EQ(erot.secureBootFinished, false);
+    EXPECT_EQ(parseScenario(json::parse(R"({"start": "warm"})"))
+                  .erot.secureBootFinished,
+              true);
 }
 
 TEST(ScenarioErrors, NameTheField)
@@ -182,6 +192,10 @@ TEST(ScenarioErrors, NameTheField)
         {R"({"erot": {"components": {"UBB_FGPA": {}}}})", R"(did you mean "UBB_FPGA"?)"},
         {R"({"erot": {"components": {"VR": {"svnRevocation": "asked"}}}})", "erot.components.VR.svnRevocation: "},
         {R"({"erot": {"components": {"VR": {"minSvn": 0}}, "images": [{"component": "VR", "mark": "lowSvn"}]}})", R"(erot.images[0].mark: "lowSvn" needs a "minSvn" of 1 or more)"},
+        {R"({"erot": {"persist": {"secureBootFinished": 1}}})", "erot.persist.secureBootFinished: must be true or false"},
+        {R"({"erot": {"persist": {"copyCompleted": true}}})", R"(erot.persist: unknown field "copyCompleted")"},
+        {R"({"erot": {"components": {"RM": {"manifest": -1}}}})", "erot.components.RM.manifest: "},
+        {R"({"end": 30, "logNvMount": 31})", "logNvMount: 31 s is after the end of the run"},
         {R"({"vrUpdate": {"oams": {"3": "killed"}}})", R"(vrUpdate.oams.3: must be an exit code 0..255 or "signal")"},
         {R"({"vrUpdate": {"oams": {"9": 0}}})", "vrUpdate.oams.9: OAM index"},
         {R"({"vrUpdate": {"missing": ["/var/lib/images/A/OAMVRx7"]}})", "vrUpdate.missing[0]: must be a folder of a vr-bundle tree"},
