@@ -15,7 +15,16 @@ std::string console(Call call)
 {
     const bool failedBefore = ::testing::Test::HasFailure();
     ::testing::internal::CaptureStdout();
-    call();
+    try
+    {
+        call();
+    }
+    catch (...)
+    {
+        // The capture is one per process: release it for the next test.
+        std::cerr << ::testing::internal::GetCapturedStdout();
+        throw;
+    }
     std::string text = ::testing::internal::GetCapturedStdout();
     if (!failedBefore && ::testing::Test::HasFailure())
     {

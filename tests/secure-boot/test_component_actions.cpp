@@ -6,6 +6,7 @@
 #include "image_files.hpp"
 
 #include "fakes/bus_fixture.hpp"
+#include "secure-boot/bkc_manifest.hpp"
 #include "secure-boot/bring_up.hpp"
 #include "secure-boot/components/ifwi_update.hpp"
 #include "secure-boot/components/ubb_fpga_bring_up.hpp"
@@ -346,13 +347,14 @@ TEST_F(RmTest, RmWaitsUntilTheVrUpdateFinishes)
 
 TEST_F(ComponentTest, StagedUbbFpgaImagesAreProgrammedAFirst)
 {
-    service.bkcManifest["UBB_FPGA"].version = 0xABCD;
+    // The version is the manifest's, as the service start left it.
+    const std::string version = ManifestVersionText(FwType::UBB_FPGA);
     const std::string a = "/var/lib/images/A/ubb-fpga.bin";
     const std::string b = "/var/lib/images/B/ubb-fpga.bin";
     const std::string toolA =
-                          "/usr/sbin/ubb-fpga-update.sh " + a + " A 0x0000ABCD",
+                          "/usr/sbin/ubb-fpga-update.sh " + a + " A " + version,
                       toolB =
-                          "/usr/sbin/ubb-fpga-update.sh " + b + " B 0x0000ABCD";
+                          "/usr/sbin/ubb-fpga-update.sh " + b + " B " + version;
     for (bool bFails : {false, true})
     {
         SCOPED_TRACE(bFails);
