@@ -3,6 +3,7 @@
 #include "board/topology.hpp"
 #include "erot/board_erot.hpp"
 #include "erot/fw_components.hpp"
+#include "run/retimer_archives.hpp"
 
 #include <algorithm>
 #include <bit>
@@ -64,6 +65,10 @@ DeviceImages deviceContents(const Scenario& scenario,
         bool firstImage = topology::retimer1Positions >> bit & 1;
         images.retimers[bit] =
             scenario.erot.dualRetimers ? (firstImage ? first : second) : single;
+        if (scenario.manualRetimer)
+        {
+            images.retimers[bit] = earlierRetimerImage();
+        }
     }
 
     const DeviceScenario& marks = scenario.devices;

@@ -8,6 +8,7 @@
 #include "run/client_calls.hpp"
 #include "run/daemon_process.hpp"
 #include "run/device_contents.hpp"
+#include "run/retimer_archives.hpp"
 #include "run/run_erot.hpp"
 #include "run/run_report.hpp"
 #include "run/sim_root.hpp"
@@ -300,6 +301,11 @@ int runScenario(const Scenario& scenario, const RunOptions& options)
     prepareRoot(env.rootDir, scenario);
     RunErot erot(scenario, env.rootDir, out, clock, options.erotStatePath);
     prepareInactiveSide(env.rootDir, scenario, erot.endpoint().state());
+    if (scenario.manualRetimer)
+    {
+        prepareManualRetimerUpdate(env.rootDir, *scenario.manualRetimer,
+                                   erot.endpoint().state().activeSide);
+    }
     board->loadImages(
         deviceContents(scenario, erot.endpoint().state(), env.rootDir));
     Scenario neighbourhood = scenario;

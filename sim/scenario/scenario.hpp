@@ -173,6 +173,20 @@ struct FirmwareCopyScenario
     std::string eraseFails;
 };
 
+// What a manual update of a single-image SMC to the two-image retimer
+// layout leaves behind: the single image's pair still on both sides of the
+// storage, the two images in tar archives under
+// /var/lib/orvane/retimer_images/, and the flag that asks the next boot to
+// take them from there. The retimers still hold the single image.
+struct ManualRetimerUpdate
+{
+    // Components ("Retimer_1", "Retimer_2") with an archive.
+    std::set<std::string> archived = {"Retimer_1", "Retimer_2"};
+    // Components whose pair is already in the active side's storage.
+    std::set<std::string> stored;
+    bool flag = true; // enable_manual_retimer_update holds "1"
+};
+
 struct Scenario
 {
     std::string name;
@@ -199,6 +213,7 @@ struct Scenario
     ErotScenario erot; // the root of trust and its images
     DeviceScenario devices;
     FirmwareCopyScenario firmwareCopy;
+    std::optional<ManualRetimerUpdate> manualRetimer;
     Seconds end = 120;
     double speed = 10; // board seconds per machine second
 };

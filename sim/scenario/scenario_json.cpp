@@ -5,6 +5,7 @@
 #include "scenario/erot_json.hpp"
 #include "scenario/fault_json.hpp"
 #include "scenario/json_reader.hpp"
+#include "scenario/manual_retimer_json.hpp"
 
 #include <algorithm>
 #include <cctype>
@@ -616,12 +617,12 @@ FruContents defaultUbbFru(const std::string& product)
 Scenario parseScenario(const json& document)
 {
     Fields fields(document, "",
-                  {"name",    "description", "start",        "baseWasOn",
-                   "oams",    "ubb",         "k517",         "fruValid",
-                   "host",    "faults",      "daemon",       "clients",
-                   "tools",   "files",       "logNvMount",   "erot",
-                   "devices", "vrUpdate",    "firmwareCopy", "end",
-                   "speed"});
+                  {"name",    "description",  "start",        "baseWasOn",
+                   "oams",    "ubb",          "k517",         "fruValid",
+                   "host",    "faults",       "daemon",       "clients",
+                   "tools",   "files",        "logNvMount",   "erot",
+                   "devices", "vrUpdate",     "firmwareCopy", "end",
+                   "speed",   "manualRetimer"});
     Scenario scenario;
     scenario.name = "custom";
     scenario.end = defaultEnd;
@@ -693,6 +694,11 @@ Scenario parseScenario(const json& document)
     {
         scenario.firmwareCopy =
             parseFirmwareCopy(*copy, fields.at("firmwareCopy"), scenario.erot);
+    }
+    if (const json* manual = fields.find("manualRetimer"))
+    {
+        scenario.manualRetimer = parseManualRetimer(
+            *manual, fields.at("manualRetimer"), scenario.erot);
     }
     return scenario;
 }

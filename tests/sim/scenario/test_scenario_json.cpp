@@ -145,6 +145,16 @@ TEST(ScenarioFields, ErotSectionSetsUpBoardImagesAndFaults)
     EXPECT_EQ(parseScenario(json::parse(R"({"start": "warm"})"))
                   .erot.secureBootFinished,
               true);
+    // A manual retimer update archives both images and sets its flag
+    // unless said.
+    auto manual = parseScenario(json::parse(R"({"erot": {"retimers": "dual"},
+        "manualRetimer": {"stored": ["Retimer_2"]}})"))
+                      .manualRetimer;
+    ASSERT_TRUE(manual.has_value());
+    EXPECT_EQ(manual->archived,
+              (std::set<std::string>{"Retimer_1", "Retimer_2"}));
+    EXPECT_EQ(manual->stored, std::set<std::string>{"Retimer_2"});
+    EXPECT_TRUE(manual->flag);
 }
 
 TEST(ScenarioErrors, NameTheField)
@@ -207,6 +217,9 @@ TEST(ScenarioErrors, NameTheField)
         {R"({"erot": {"retimers": "dual"}, "firmwareCopy": {"inactiveDiffers": ["retimer.ahdr"]}})", "firmwareCopy.inactiveDiffers[0]: the retimer layout holds no such file"},
         {R"({"firmwareCopy": {"inactiveOnly": ["retimer.bin"]}})", "firmwareCopy.inactiveOnly[0]: must be a retimer file that the layout doesn't carry"},
         {R"({"firmwareCopy": {"eraseFails": "bmc"}})", R"(firmwareCopy.eraseFails: unknown update partition "bmc")"},
+        {R"({"manualRetimer": {}})", R"(manualRetimer: needs "erot": {"retimers": "dual"})"},
+        {R"({"erot": {"retimers": "dual"}, "manualRetimer": {"archived": ["Retimer"]}})", R"(manualRetimer.archived[0]: unknown retimer image "Retimer")"},
+        {R"({"erot": {"retimers": "dual"}, "manualRetimer": {"stored": ["Retimer_2", "Retimer_2"]}})", R"(manualRetimer.stored[1]: "Retimer_2" listed twice)"},
     };
     // clang-format on
     for (const auto& [document, message] : cases)
