@@ -18,9 +18,16 @@ using ::testing::ElementsAre;
 using ::testing::IsSupersetOf;
 using ::testing::Not;
 
-const json board = {{"oams", {{"present", "all"}, {"product", "KV35"}}},
-                    {"erot", {{"retimers", "dual"}}},
-                    {"end", 30}};
+// The built-in first update, without the host's requests and shorter: the
+// layouts are settled long before base power.
+json firstUpdate()
+{
+    json scenario = json::parse(
+        slurp(fs::path(UBB_SIM_SCENARIOS) / "retimer-first-update.json"));
+    scenario["host"] = json::array();
+    scenario["end"] = 30;
+    return scenario;
+}
 
 // The retimer programmings in the order they ran, as "<file> <mux>".
 std::vector<std::string> retimerProgrammings(const SimRun& sim)
@@ -57,8 +64,7 @@ std::string manualFlag(const SimRun& sim)
 // An image in neither place is passed over, and the flag stays.
 TEST(RetimerLayouts, FirstUpdateToTwoImagesReplacesTheSingleImage)
 {
-    json scenario = board;
-    scenario["manualRetimer"] = {{"stored", {"Retimer_1"}}};
+    json scenario = firstUpdate();
     SimRun updated = run(writeScenario("retimer-first-update", scenario));
     EXPECT_EQ(updated.trailCount(
                   "Detected First update with Dual Retimer SMC. Skip BootUp "
@@ -102,7 +108,8 @@ TEST(RetimerLayouts, FirstUpdateToTwoImagesReplacesTheSingleImage)
 // verified where it stands, and a manual update flag changes nothing.
 TEST(RetimerLayouts, TwoImageStorageVerifiesThePairOnly)
 {
-    json scenario = board;
+    json scenario = firstUpdate();
+    scenario.erase("manualRetimer");
     scenario["files"] = {
         {"/var/lib/orvane/retimer_images/enable_manual_retimer_update", "1\n"}};
     SimRun dual = run(writeScenario("retimer-dual", scenario));
@@ -126,12 +133,7 @@ TEST(RetimerLayouts, TwoImageStorageVerifiesThePairOnly)
 // host asks. The run itself ends at its time.
 TEST(VrUpdateFailure, LeavesTheRmWaitingAndTheBootUnfinished)
 {
-    json scenario = {{"oams", {{"present", "all"}, {"product", "KV35"}}},
-                     {"files", {{"/var/lib/orvane/enable_vrupdate", "1\n"}}},
-                     {"faults", {{{"kind", "hotswapNoGood"}, {"count", 1}}}},
-                     {"host", {{{"at", 30}, {"action", "enable"}}}},
-                     {"end", 50}};
-    SimRun stuck = run(writeScenario("vr-power-fails", scenario));
+    SimRun stuck = run("vr-power-fails");
     EXPECT_EQ(stuck.trailCount("VR VRComponentInit failed"), 1);
     EXPECT_THAT(stuck.texts("ResourceEvent.1.2.1.ResourceSelfTestFailed"),
                 ElementsAre("The VR can't be powered on because of image has "
