@@ -56,9 +56,11 @@ void archive(const std::string& root, const erot::FwComponent& component,
     const fs::path staging = dir / ("." + stem);
     fs::create_directories(staging);
     fs::copy_file(sideDir(root, activeSide) / (stem + ".ahdr"),
-                  staging / (stem + ".ahdr"));
+                  staging / (stem + ".ahdr"),
+                  fs::copy_options::overwrite_existing);
     fs::copy_file(sideDir(root, activeSide) / (stem + ".bin"),
-                  staging / (stem + ".ihx"));
+                  staging / (stem + ".ihx"),
+                  fs::copy_options::overwrite_existing);
     const fs::path tar = dir / (stem + "_" + idText + ".tar");
     const std::string command = "tar -cf '" + tar.string() + "' -C '" +
                                 staging.string() + "' " + stem + ".ahdr " +
