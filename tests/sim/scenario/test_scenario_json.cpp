@@ -147,16 +147,6 @@ TEST(ScenarioFields, ErotSectionSetsUpBoardImagesAndFaults)
     EXPECT_EQ(parseScenario(json::parse(R"({"start": "warm"})"))
                   .erot.secureBootFinished,
               true);
-    // A manual retimer update archives both images and sets its flag
-    // unless said.
-    auto manual = parseScenario(json::parse(R"({"erot": {"retimers": "dual"},
-        "manualRetimer": {"stored": ["Retimer_2"]}})"))
-                      .manualRetimer;
-    ASSERT_TRUE(manual.has_value());
-    EXPECT_EQ(manual->archived,
-              (std::set<std::string>{"Retimer_1", "Retimer_2"}));
-    EXPECT_EQ(manual->stored, std::set<std::string>{"Retimer_2"});
-    EXPECT_TRUE(manual->flag);
 }
 
 TEST(ScenarioErrors, NameTheField)
