@@ -27,6 +27,7 @@ constexpr size_t payloadSize = 8192;
 constexpr uint32_t defaultSvn = 1;
 constexpr uint32_t defaultMinSvn = 1;
 constexpr uint16_t rmId = 0x0800;
+constexpr uint16_t ubbFpgaComponent = 0x0400;
 
 const char* const sideDirectories[] = {"A", "B"};
 
@@ -77,7 +78,8 @@ using SignedImages = std::map<std::pair<uint32_t, uint8_t>, SignedImage>;
 // written unless it has no file or is missing.
 SideInfo prepareSide(const FwComponent& component, AhdrFields fields,
                      const ErotImageMark* mark, const BoardKeys& keys,
-                     const fs::path& directory, SignedImages& signedOnce)
+                     const fs::path& directory, SignedImages& signedOnce,
+                     bool withImage)
 {
     using Kind = ErotImageMark::Kind;
     std::optional<Kind> kind;
@@ -113,7 +115,8 @@ SideInfo prepareSide(const FwComponent& component, AhdrFields fields,
     bool written = !component.stem.empty() && kind != Kind::missing;
     if (written)
     {
-        writeImagePair(directory / component.stem, image, component.hasAhdr);
+        writeImagePair(directory / component.stem, image, component.hasAhdr,
+                       withImage);
     }
     return info;
 }
@@ -154,8 +157,14 @@ ComponentState prepareComponent(const ErotScenario& scenario,
             // Just below the committed minimum, whatever that is.
             sideFields.svn = state.minSvn - 1;
         }
+        // The UBB FPGA runs from its own flash: a file of its image is
+        // there only while an update waits to be programmed.
+        const bool withImage = component.id != ubbFpgaComponent ||
+                               std::find(scenario.stagedUbbFpga.begin(),
+                                         scenario.stagedUbbFpga.end(),
+                                         side) != scenario.stagedUbbFpga.end();
         state.sides[side] = prepareSide(component, sideFields, mark, keys,
-                                        directory, signedOnce);
+                                        directory, signedOnce, withImage);
         state.sides[side].keyRevocation = setting.keyRevocation;
         state.sides[side].svnRevocation = setting.svnRevocation;
     }

@@ -89,6 +89,10 @@ struct ErotScenario
     int activeSide = 0;        // the SMC's flash side that boots
     bool updateOnReboot = false;
     bool autoArb = false;
+    // Sides (0 A, 1 B) whose storage holds a UBB FPGA image waiting to be
+    // programmed; otherwise the FPGA's image lives in its flash only and
+    // storage holds its AHDR.
+    std::vector<int> stagedUbbFpga;
     uint8_t health = 0x01;
     // The SMC's persist record as the run finds it: a secure boot that
     // finished earlier in this power cycle (unset: the SMC starts warm),

@@ -44,9 +44,12 @@ SignedImage signImage(AhdrFields fields, std::vector<uint8_t> payload,
 }
 
 void writeImagePair(const std::filesystem::path& stem, const SignedImage& image,
-                    bool withAhdr)
+                    bool withAhdr, bool withImage)
 {
-    writeFile(std::filesystem::path(stem.string() + ".bin"), image.payload);
+    if (withImage)
+    {
+        writeFile(std::filesystem::path(stem.string() + ".bin"), image.payload);
+    }
     if (withAhdr)
     {
         writeFile(std::filesystem::path(stem.string() + ".ahdr"), image.ahdr);

@@ -27,7 +27,7 @@ SignedImage signImage(AhdrFields fields, std::vector<uint8_t> payload,
 
 // <stem>.bin and, unless `withAhdr` is false, <stem>.ahdr.
 void writeImagePair(const std::filesystem::path& stem, const SignedImage& image,
-                    bool withAhdr = true);
+                    bool withAhdr = true, bool withImage = true);
 
 // Payload bytes that stand for a component's firmware: the same for the
 // same component, version and size.

@@ -291,6 +291,16 @@ void parseFlags(const Fields& fields, ErotScenario& erot)
     {
         erot.autoArb = readBool(*flag, fields.at("autoArb"));
     }
+    if (const json* staged = fields.find("stagedUbbFpga"))
+    {
+        const std::string where = fields.at("stagedUbbFpga");
+        const json& sides = readArray(*staged, where);
+        for (size_t i = 0; i < sides.size(); ++i)
+        {
+            erot.stagedUbbFpga.push_back(
+                readSide(sides[i], where + "[" + std::to_string(i) + "]"));
+        }
+    }
     if (const json* health = fields.find("health"))
     {
         erot.health = static_cast<uint8_t>(
@@ -338,7 +348,7 @@ ErotScenario parseErot(const json& value, const std::string& path, Seconds end)
     Fields fields(value, path,
                   {"retimers", "activeSide", "updateOnReboot", "autoArb",
                    "health", "persist", "components", "images", "faults",
-                   "traceLog"});
+                   "traceLog", "stagedUbbFpga"});
     ErotScenario erot;
     parseFlags(fields, erot);
     if (const json* persist = fields.find("persist"))

@@ -143,6 +143,8 @@ ubbsim::Scenario sevenOams()
 {
     ubbsim::Scenario scenario;
     scenario.oams[7].present = false;
+    // Both sides' UBB FPGA images in storage, to compare the flashes with.
+    scenario.erot.stagedUbbFpga = {0, 1};
     return scenario;
 }
 

@@ -118,6 +118,7 @@ TEST(ScenarioFields, ErotSectionSetsUpBoardImagesAndFaults)
 {
     Scenario scenario = parseScenario(json::parse(R"({"erot": {
         "retimers": "dual", "activeSide": "B", "autoArb": true,
+        "stagedUbbFpga": ["B"],
         "components": {"UBB_FPGA": {"svn": 3, "minSvn": "0x2",
                                     "keyRevocation": "requested"},
                        "RM": {"manifest": "0xFFFFFFFF"}},
@@ -130,6 +131,7 @@ TEST(ScenarioFields, ErotSectionSetsUpBoardImagesAndFaults)
     const ErotScenario& erot = scenario.erot;
     EXPECT_TRUE(erot.dualRetimers);
     EXPECT_EQ(erot.activeSide, 1);
+    EXPECT_EQ(erot.stagedUbbFpga, std::vector<int>{1});
     EXPECT_EQ(erot.components.at("UBB_FPGA").minSvn, 2U);
     EXPECT_EQ(erot.components.at("UBB_FPGA").keyRevocation, 1);
     EXPECT_EQ(erot.images.at(0).kind, ErotImageMark::Kind::lowSvn);
@@ -151,6 +153,7 @@ TEST(ScenarioErrors, NameTheField)
 {
     // clang-format off
     const std::vector<std::pair<const char*, const char*>> cases = {
+        {R"({"erot": {"stagedUbbFpga": ["C"]}})", R"(erot.stagedUbbFpga[0]: unknown side "C")"},
         {R"({"fautls": []})", R"(unknown field "fautls" (did you mean "faults"?))"},
         {R"({"oams": {"slots": {"3": {"ibcAdress": 16}}}})", R"(oams.slots.3: unknown field "ibcAdress")"},
         {R"([])", "must be an object"},
