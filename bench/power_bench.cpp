@@ -161,7 +161,7 @@ void printComponentRows(const std::string& trail)
 
 void ratioLine(const char* what, double elapsed, double prescribed)
 {
-    std::cout << std::left << std::setw(34) << what << std::right << std::fixed
+    std::cout << std::left << std::setw(40) << what << std::right << std::fixed
               << std::setprecision(3) << std::setw(9) << elapsed << " s  "
               << std::setw(9) << prescribed << " s  " << std::setw(7)
               << (prescribed > 0 ? elapsed / prescribed : 0) << "\n";
@@ -194,7 +194,7 @@ int measure(const std::string& scenario, const std::string& speed)
 
     std::cout << "== sequence overhead (scenario " << scenario << ", speed "
               << speed << ")\n";
-    std::cout << std::left << std::setw(34) << "path" << std::right
+    std::cout << std::left << std::setw(40) << "path" << std::right
               << std::setw(11) << "elapsed" << std::setw(12) << "prescribed"
               << std::setw(9) << "ratio"
               << "\n";
