@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iomanip>
@@ -133,9 +134,34 @@ int runSim(const std::string& scenario, const std::string& speed,
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
+// The number that follows `marker` in the trail's first line holding it;
+// negative when there is none.
+double trailSeconds(const std::string& trail, const std::string& marker)
+{
+    auto at = trail.find(marker);
+    return at == std::string::npos
+               ? -1.0
+               : std::strtod(trail.c_str() + at + marker.size(), nullptr);
+}
+
+// The boot time report's rows of the components, as the daemon printed
+// them ("*** The Component - NAME verification took S sec ***").
+void printComponentRows(const std::string& trail)
+{
+    const std::string row = "*** The Component - ";
+    for (auto at = trail.find(row); at != std::string::npos;
+         at = trail.find(row, at + 1))
+    {
+        auto end = trail.find('\n', at);
+        std::cout << "  "
+                  << trail.substr(at + row.size(), end - at - row.size() - 4)
+                  << "\n";
+    }
+}
+
 void ratioLine(const char* what, double elapsed, double prescribed)
 {
-    std::cout << std::left << std::setw(34) << what << std::right << std::fixed
+    std::cout << std::left << std::setw(40) << what << std::right << std::fixed
               << std::setprecision(3) << std::setw(9) << elapsed << " s  "
               << std::setw(9) << prescribed << " s  " << std::setw(7)
               << (prescribed > 0 ? elapsed / prescribed : 0) << "\n";
@@ -168,13 +194,28 @@ int measure(const std::string& scenario, const std::string& speed)
 
     std::cout << "== sequence overhead (scenario " << scenario << ", speed "
               << speed << ")\n";
-    std::cout << std::left << std::setw(34) << "path" << std::right
+    std::cout << std::left << std::setw(40) << "path" << std::right
               << std::setw(11) << "elapsed" << std::setw(12) << "prescribed"
               << std::setw(9) << "ratio"
               << "\n";
     ratioLine("start to standby On", ready, sleptBetween(sleeps, 0, ready));
     ratioLine("host enable to base power good", good - enable,
               sleptBetween(sleeps, enable, good));
+    // The verified boot runs from the critical section's start, which is
+    // the daemon's start, to the driver's return; its prescribed delays
+    // are every sleep on that stretch, the component threads' included.
+    const std::string trail = slurp(out / "trail.log");
+    const double verified =
+        trailSeconds(trail, "*** Total Secure Boot Verification took ");
+    if (verified > 0)
+    {
+        ratioLine("start to the end of the verified boot", verified,
+                  sleptBetween(sleeps, 0, verified));
+    }
+    std::cout << "verification per component (board time):\n";
+    printComponentRows(trail);
+    std::cout << "firmware copy beside base power: "
+              << trailSeconds(trail, "*** Copy took ") << " s\n";
 
     // The hold: from a little after power good to a little before the
     // host lets go (or the end of the run).

@@ -23,7 +23,8 @@ enum class BackupResult : int
 };
 
 // Whether the component may go on to its power-on after its active image
-// failed: by a backup boot, or by a failover flip that resets the SMC.
+// failed: only a backup boot lets it. A failover flip waits for the SMC
+// reset that it asked for, and fails when none comes.
 bool autoRecoveryProcess(SecureBootService& service,
                          const std::shared_ptr<ImageProcessStrategy>& strategy,
                          const std::string& name, FwType id);

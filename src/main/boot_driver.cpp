@@ -12,6 +12,7 @@
 #include "orvane/warm_boot.hpp"
 #include "secure-boot/image_info_bus.hpp"
 #include "secure-boot/secure_boot_service.hpp"
+#include "utils/critical_section.hpp"
 #include "utils/platform/platform.hpp"
 
 #include <chrono>
@@ -74,8 +75,7 @@ bool RunStandby(OrvaneSvcState& state, sem_t* semaphore, SteadyTime zero,
     if (standbyOne == 0 || Stby_Pwr_on_FpgaRail(state) == 0)
     {
         ConsoleLog(level::ERR) << "Standby power sequence 1 error";
-        sem_post(semaphore);
-        ConsoleLog(level::INFO) << "*** Leave Boot Critical Section. ***";
+        LeaveBootCriticalSection(semaphore);
         stopSequencing();
         return false;
     }
@@ -103,6 +103,7 @@ bool RunStandby(OrvaneSvcState& state, sem_t* semaphore, SteadyTime zero,
 void RunBoot(OrvaneSvcState& state, sem_t* semaphore)
 {
     sem_wait(semaphore);
+    EnterBootCriticalSection(semaphore);
     ConsoleLog(level::INFO) << "*** Enter Boot Critical Section. ***";
     SteadyTime zero = now();
     BootTimes times;

@@ -1,6 +1,7 @@
 #include "vr-service/vr_support.hpp"
 
 #include "logging/log_line.hpp"
+#include "utils/critical_section.hpp"
 #include "utils/platform/platform.hpp"
 #include "vr-service/vr_board.hpp"
 #include "vr-service/vr_bus.hpp"
@@ -146,11 +147,7 @@ void HaltVrBoot(sem_t* bootSemaphore)
 {
     NvEvent(WARNING, "BootFailure", "RoT", "", "")
         << "System halt and enable FW recovery mode.";
-    if (bootSemaphore != nullptr)
-    {
-        sem_post(bootSemaphore);
-    }
-    ConsoleLog(INFO) << "*** Leave Boot Critical Section. ***";
+    LeaveBootCriticalSection(bootSemaphore);
 }
 
 } // namespace orvane

@@ -4,6 +4,7 @@
 #include "fakes/console_capture.hpp"
 #include "fakes/fake_platform.hpp"
 #include "secure-boot/boot_context.hpp"
+#include "utils/critical_section.hpp"
 
 #include <semaphore.h>
 
@@ -54,6 +55,7 @@ class ErotBootTest : public ::testing::Test
     ErotBootTest() : clock(fake.zellib)
     {
         sem_init(&semaphore, 0, 0);
+        EnterBootCriticalSection(&semaphore);
         context.criticalSection = &semaphore;
         platform::Platform seams = platform::current();
         seams.clock = &clock;

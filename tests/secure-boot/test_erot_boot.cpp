@@ -108,6 +108,7 @@ TEST_F(ErotCallTest, LinkFailureAndRefusalAreGradedPerCall)
     {
         SCOPED_TRACE(g.api);
         fake.zellib.clear();
+        EnterBootCriticalSection(&semaphore);
         device.fail(-EIO);
         console([&] {
             if (g.haltsOnLink)

@@ -229,6 +229,7 @@ TEST_F(FirmwareCopyTest, ParallelTaskFollowsThePersistRecord)
     {
         SCOPED_TRACE(c.lines.front());
         board(sideA);
+        EnterBootCriticalSection(&semaphore);
         fake.shell.statusFor.clear();
         if (c.copyFails)
         {

@@ -181,8 +181,8 @@ TEST_F(RecoveryTest, OnlyABackupBootMarksTheComponentRecovered)
     console([&] {
         EXPECT_TRUE(autoRecoveryProcess(service, s, "IFWI", FwType::IFWI));
     });
-    // Another version flips the SMC instead: it goes on as if recovered,
-    // but the flag stays clear.
+    // Another version flips the SMC instead and waits for its reset: a
+    // process that outlives the wait fails the component unverified.
     service.bkcManifest["RM"].version = 7;
     auto rm = backup(FwType::RM, 6);
     persistRead(0);
@@ -191,8 +191,9 @@ TEST_F(RecoveryTest, OnlyABackupBootMarksTheComponentRecovered)
         device.reply(response(op, 0));
     }
     console([&] {
-        EXPECT_TRUE(autoRecoveryProcess(service, rm, "RM", FwType::RM));
+        EXPECT_FALSE(autoRecoveryProcess(service, rm, "RM", FwType::RM));
     });
+    EXPECT_EQ(clock.sleeps().back(), std::chrono::seconds(30));
     // A backup without its image can't serve.
     std::filesystem::remove(platform::path(s->inactiveImagePath));
     console([&] {

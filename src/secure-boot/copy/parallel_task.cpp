@@ -4,6 +4,7 @@
 #include "secure-boot/persist_update.hpp"
 #include "secure-boot/secure_boot_service.hpp"
 #include "secure-boot/secure_boot_status.hpp"
+#include "utils/critical_section.hpp"
 #include "utils/platform/platform.hpp"
 
 #include <chrono>
@@ -18,12 +19,6 @@ using logging::level::CRITICAL;
 using logging::level::ERR;
 using logging::level::INFO;
 using logging::level::WARNING;
-
-void LeaveCriticalSection(sem_t* semaphore)
-{
-    sem_post(semaphore);
-    ConsoleLog(INFO) << "*** Leave Boot Critical Section. ***";
-}
 
 // Copies and marks the copy done; false when the copy failed.
 bool CopyOnce(SecureBootService& service)
@@ -86,10 +81,10 @@ bool SecureBootService::parallelTask(sem_t* semaphore)
     else if (!CopyOnce(*this))
     {
         // The status stays what the boot left, and nothing is reported.
-        LeaveCriticalSection(semaphore);
+        LeaveBootCriticalSection(semaphore);
         return false;
     }
-    LeaveCriticalSection(semaphore);
+    LeaveBootCriticalSection(semaphore);
     SetSecureBootStatus(FinalStatus(recoveredCount.load()));
     postBootReport(*this);
     return true;

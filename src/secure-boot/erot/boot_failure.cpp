@@ -2,6 +2,7 @@
 
 #include "logging/log_line.hpp"
 #include "secure-boot/secure_boot_status.hpp"
+#include "utils/critical_section.hpp"
 #include "utils/platform/platform.hpp"
 
 namespace orvane
@@ -11,11 +12,7 @@ void BootFailure(BootContext& context)
 {
     NvEvent(logging::level::WARNING, "BootFailure", "RoT", "", "")
         << "System halt and enable FW recovery mode.";
-    if (context.criticalSection != nullptr)
-    {
-        sem_post(context.criticalSection);
-    }
-    ConsoleLog(logging::level::INFO) << "*** Leave Boot Critical Section. ***";
+    LeaveBootCriticalSection(context.criticalSection);
     SetSecureBootStatus("ManualRecovery");
     while (true)
     {

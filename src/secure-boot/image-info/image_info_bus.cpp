@@ -6,6 +6,7 @@
 #include "secure-boot/fw_type.hpp"
 #include "secure-boot/revocation_report.hpp"
 #include "secure-boot/secure_boot_service.hpp"
+#include "utils/critical_section.hpp"
 #include "utils/string_property.hpp"
 
 #include <sdbus-c++/sdbus-c++.h>
@@ -74,6 +75,8 @@ struct HaltRelay
     HaltRelay()
     {
         sem_init(&released, 0, 0);
+        // Held from the start, so that the halt's leave reaches it.
+        EnterBootCriticalSection(&released);
         context.criticalSection = &released;
     }
     ~HaltRelay()
@@ -110,9 +113,9 @@ void reportRevocationBesideTheLoop(BootContext& context)
     }).detach();
     while (sem_wait(&relay->released) != 0 && errno == EINTR)
     {}
-    if (!relay->finished && context.criticalSection != nullptr)
+    if (!relay->finished)
     {
-        sem_post(context.criticalSection);
+        LeaveBootCriticalSection(context.criticalSection);
     }
 }
 

@@ -8,6 +8,7 @@
 #include "secure-boot/inactive_side.hpp"
 #include "secure-boot/secure_boot_service.hpp"
 #include "utils/hex_text.hpp"
+#include "utils/platform/platform.hpp"
 
 namespace orvane
 {
@@ -21,6 +22,9 @@ using logging::level::INFO;
 
 // A manifest version that accepts a backup of any version.
 constexpr uint32_t anyVersion = 0xFFFFFFFF;
+// How long a flipped component waits for the SMC reset that the eRoT was
+// asked for; it comes within seconds of the request.
+constexpr unsigned resetWaitSeconds = 30;
 
 // How the logs name a component whose backup can be checked: once beside
 // its versions, once where its hash failed. RMC and RM differ on purpose:
@@ -180,8 +184,17 @@ bool autoRecoveryProcess(SecureBootService& service,
             return true;
         }
         case BackupResult::otherVersion:
-            return failoverFlip(service, id, name) ||
-                   Fail(name, "Failed to flip to the other side");
+            if (!failoverFlip(service, id, name))
+            {
+                return Fail(name, "Failed to flip to the other side");
+            }
+            // Nothing verified this side's image: powering the component
+            // on would program the image the eRoT refused, and its success
+            // would clear the failover bit before the reset, so that the
+            // other side could flip back for ever. The reset ends this
+            // process; only a reset that never comes gets past here.
+            platform::sleepSeconds(resetWaitSeconds);
+            return Fail(name, "No SMC reset after the failover flip");
         case BackupResult::refused:
             return Fail(name, "Backup image verify failed");
         case BackupResult::notRecoverable:

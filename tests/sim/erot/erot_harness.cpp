@@ -81,7 +81,10 @@ ErotTest::~ErotTest()
 
 void ErotTest::boot(const ErotScenario& scenario)
 {
-    boot(setUpBoardErot(scenario, root, keys()), scenario.faults);
+    // Both sides' UBB FPGA image files, so that every pair can be judged.
+    ErotScenario staged = scenario;
+    staged.stagedUbbFpga = {0, 1};
+    boot(setUpBoardErot(staged, root, keys()), scenario.faults);
 }
 
 void ErotTest::boot(ErotState state, std::vector<ErotFault> faults)
