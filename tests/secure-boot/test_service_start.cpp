@@ -110,7 +110,7 @@ TEST_F(ServiceStartTest, ManifestFilesByKeyAndKeepsVersionTexts)
     EXPECT_EQ(service.bkcManifest.size(), 12U);
     for (const auto& [key, record] : service.bkcManifest)
     {
-        EXPECT_EQ(record.version, 0U) << key;
+        EXPECT_EQ(uint32_t{record.version}, 0U) << key;
     }
     EXPECT_THAT(events(), ElementsAre(HasSubstr("ResourceSelfTestFailed")));
 
@@ -121,9 +121,10 @@ TEST_F(ServiceStartTest, ManifestFilesByKeyAndKeepsVersionTexts)
                          entry(0x0601, 0x11), entry(0x0A00, 0x33))));
     halts([&] { EXPECT_TRUE(readBkcManifest(service)); });
     EXPECT_EQ(service.bkcManifest.size(), 12U) << "unknown id skipped";
-    EXPECT_EQ(service.bkcManifest["Retimer"].version, 0x11U) << "last wins";
-    EXPECT_EQ(service.bkcManifest["RM"].version, 0xFFFFFFFFU);
-    EXPECT_EQ(service.bkcManifest["IFWI"].version, 0x01020304U);
+    EXPECT_EQ(uint32_t{service.bkcManifest["Retimer"].version}, 0x11U)
+        << "last wins";
+    EXPECT_EQ(uint32_t{service.bkcManifest["RM"].version}, 0xFFFFFFFFU);
+    EXPECT_EQ(uint32_t{service.bkcManifest["IFWI"].version}, 0x01020304U);
     EXPECT_THAT(log, HasSubstr("Got 6 entries:"));
     EXPECT_THAT(log, HasSubstr("0x500version 0x1020304"));
     EXPECT_EQ(ManifestVersionText(FwType::UBB_FPGA), "0x00000000");
