@@ -186,7 +186,8 @@ TEST_F(ServiceStartTest, ComponentInfoHaltsOnlyOnAFailedActiveRecordOfTheFour)
          nullptr},
         {info(FwType::RM, 1, 0, 0), false, "",
          [](const Service& s) {
-             EXPECT_EQ(s.componentInfoByName.at("RM").version, 0x01020304U);
+             EXPECT_EQ(uint32_t{s.componentInfoByName.at("RM").version},
+                       0x01020304U);
          }},
         {info(FwType::EROT, 1, 0, 0), true,
          "The eRoT secure_boot_status check has failed", nullptr},
