@@ -80,6 +80,16 @@ TEST(PowerFlow, NominalBootRunsEveryStageInOrder)
     EXPECT_EQ(sim.powerStatus("BasePowerStatus"), "Off");
     EXPECT_EQ(sim.orvaneProperty("SecureBoot_Status", "Status"), "Success");
     EXPECT_EQ(sim.trailCount("Print DebugTraceLog again."), 1);
+    // The boot time report has one row per verified component; the
+    // regulators took none with their update off.
+    for (const char* name : {"IFWI", "RM", "Retimer", "UBB_FPGA"})
+    {
+        EXPECT_EQ(sim.trailCount(std::string("*** The Component - ") + name +
+                                 " verification took "),
+                  1)
+            << name;
+    }
+    EXPECT_EQ(sim.trailCount("*** The Component - VR "), 0);
 
     // The sequence as a logic analyser sees it, the host's enable at the
     // scenario's times.
