@@ -25,4 +25,7 @@ uint8_t OtherSide(uint8_t side);
 std::string SidePath(std::string_view root, uint8_t side,
                      std::string_view file);
 
+// Whether a side holds both files of an image pair, e.g. stem "retimer".
+bool ImagePairExists(uint8_t side, std::string_view stem);
+
 } // namespace orvane

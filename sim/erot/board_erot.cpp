@@ -213,19 +213,6 @@ BoardKeys generateBoardKeys()
             EcKey::generate()};
 }
 
-bool carried(const ErotScenario& scenario, uint16_t id)
-{
-    if (id == retimerId)
-    {
-        return !scenario.dualRetimers;
-    }
-    if (id == retimer1Id || id == retimer2Id)
-    {
-        return scenario.dualRetimers;
-    }
-    return true;
-}
-
 ErotState setUpBoardErot(const ErotScenario& scenario, const fs::path& root,
                          const BoardKeys& keys)
 {
@@ -243,7 +230,7 @@ ErotState setUpBoardErot(const ErotScenario& scenario, const fs::path& root,
                   {revokedKeyIndex, keys.revoked.publicDer(), true}};
     for (const FwComponent& component : fwComponents)
     {
-        if (!carried(scenario, component.id))
+        if (!carried(scenario.dualRetimers, component.id))
         {
             continue;
         }

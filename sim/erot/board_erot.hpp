@@ -35,9 +35,6 @@ ErotState setUpBoardErot(const ErotScenario& scenario,
                          const std::filesystem::path& root,
                          const BoardKeys& keys);
 
-// Whether the board of the scenario carries the component.
-bool carried(const ErotScenario& scenario, uint16_t componentId);
-
 // The image signed for a component's side: what a device programmed from
 // that side holds, whatever befell the file afterwards. Empty for a
 // component that the board doesn't carry.

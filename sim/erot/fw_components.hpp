@@ -38,6 +38,21 @@ inline constexpr std::array<FwComponent, 12> fwComponents = {{
 inline constexpr uint16_t retimerId = 0x0600;
 inline constexpr uint16_t retimer1Id = 0x0601;
 inline constexpr uint16_t retimer2Id = 0x0602;
+
+// Whether a board of that retimer layout carries the component: one
+// retimer image, or one per retimer pair.
+inline bool carried(bool dualRetimers, uint16_t id)
+{
+    if (id == retimerId)
+    {
+        return !dualRetimers;
+    }
+    if (id == retimer1Id || id == retimer2Id)
+    {
+        return dualRetimers;
+    }
+    return true;
+}
 inline constexpr uint16_t smcFpgaId = 0x0300;
 inline constexpr uint16_t bundleId = 0x0900;
 

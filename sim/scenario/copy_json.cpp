@@ -31,19 +31,6 @@ std::optional<erot::FwComponent> ownerOf(const std::string& file)
     return std::nullopt;
 }
 
-bool carried(const ErotScenario& erot, const erot::FwComponent& component)
-{
-    if (component.id == erot::retimerId)
-    {
-        return !erot.dualRetimers;
-    }
-    if (component.id == erot::retimer1Id || component.id == erot::retimer2Id)
-    {
-        return erot.dualRetimers;
-    }
-    return true;
-}
-
 // The file names of an array; `check` refuses a name, naming its element.
 std::vector<std::string> readFiles(
     const json& value, const std::string& path,
@@ -91,7 +78,7 @@ FirmwareCopyScenario parseFirmwareCopy(const json& value,
                     fail(at, "the SMC's inactive side is its backup flash: "
                              "backupFlashDiffers");
                 }
-                if (!carried(erot, owner))
+                if (!erot::carried(erot.dualRetimers, owner.id))
                 {
                     fail(at, "the retimer layout holds no such file");
                 }
@@ -102,7 +89,8 @@ FirmwareCopyScenario parseFirmwareCopy(const json& value,
         copy.inactiveOnly = readFiles(
             *only, fields.at("inactiveOnly"),
             [&erot](const erot::FwComponent& owner, const std::string& at) {
-                if (!owner.name.starts_with("Retimer") || carried(erot, owner))
+                if (!owner.name.starts_with("Retimer") ||
+                    erot::carried(erot.dualRetimers, owner.id))
                 {
                     fail(at, "must be a retimer file that the layout doesn't "
                              "carry");

@@ -2,6 +2,7 @@
 
 #include "detail/board_constants.hpp"
 #include "logging/events.hpp"
+#include "logging/i2c_event.hpp"
 #include "logging/log_line.hpp"
 #include "orvane/oam_presence.hpp"
 #include "orvane/product_scan.hpp"
@@ -11,7 +12,6 @@
 #include "orvane/ubb_fpga_config.hpp"
 #include "orvane/update_bits.hpp"
 #include "utils/hex_text.hpp"
-#include "logging/i2c_event.hpp"
 #include "utils/i2c_ops.hpp"
 #include "utils/platform/platform.hpp"
 
@@ -133,8 +133,7 @@ bool releaseRetimers()
 
 bool boardPath(const std::string& absolute)
 {
-    std::error_code error;
-    return std::filesystem::exists(platform::path(absolute), error);
+    return platform::exists(absolute);
 }
 
 // The script leaves a marker per OAM whose RM it tried to recover.

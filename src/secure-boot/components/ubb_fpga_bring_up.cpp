@@ -35,8 +35,7 @@ bool runUbbFpgaPostUpdate()
     for (uint8_t side : {sideA, sideB})
     {
         const std::string path = SidePath(imageRoot, side, "ubb-fpga.bin");
-        std::error_code error;
-        if (!std::filesystem::exists(platform::path(path), error))
+        if (!platform::exists(path))
         {
             continue;
         }
@@ -55,7 +54,8 @@ bool runUbbFpgaPostUpdate()
         }
         NvEvent(INFO, "Update.1.0.1.UpdateSuccessful", "UBB_FPGA", ",", path)
             << "ubb-fpga update successfully.";
-        std::filesystem::remove(platform::path(path), error);
+        std::error_code ignored;
+        std::filesystem::remove(platform::path(path), ignored);
     }
     return true;
 }

@@ -22,19 +22,6 @@ namespace
 using logging::level::ERR;
 using logging::level::INFO;
 
-bool exists(const std::string& path)
-{
-    std::error_code error;
-    return std::filesystem::exists(platform::path(path), error);
-}
-
-bool bothExist(const SecureBootService& service, std::string_view stem)
-{
-    const std::string base = std::string(stem);
-    return exists(SidePath(imageRoot, service.activeSide, base + ".bin")) &&
-           exists(SidePath(imageRoot, service.activeSide, base + ".ahdr"));
-}
-
 void logSkip(const char* layout, const ComponentEntry& entry)
 {
     ConsoleLog(INFO) << "Detected " << layout
@@ -84,7 +71,7 @@ void bootRetimerPair(SecureBootService& service, const ComponentEntry& entry)
         << "Verifying presence of Retimer image in SMC storage area for "
            "ComponentID: "
         << id;
-    if (bothExist(service, stem))
+    if (ImagePairExists(service.activeSide, stem))
     {
         ConsoleLog(INFO) << "Retimer image present for ComponentID : " << id;
     }
@@ -112,7 +99,7 @@ void removeIfPresent(const std::string& path)
 void bootRetimers(SecureBootService& service)
 {
     const bool manualRetimer = readManualRetimerUpdate();
-    bool singleImage = bothExist(service, "retimer");
+    bool singleImage = ImagePairExists(service.activeSide, "retimer");
     for (const ComponentEntry& entry : service.components)
     {
         if (entry.id == FwType::Retimer)

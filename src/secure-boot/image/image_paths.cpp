@@ -1,5 +1,7 @@
 #include "secure-boot/image_paths.hpp"
 
+#include "utils/platform/platform.hpp"
+
 namespace orvane
 {
 
@@ -19,6 +21,13 @@ std::string SidePath(std::string_view root, uint8_t side, std::string_view file)
     path += SideDirectory(side);
     path += file;
     return path;
+}
+
+bool ImagePairExists(uint8_t side, std::string_view stem)
+{
+    const std::string base(stem);
+    return platform::exists(SidePath(imageRoot, side, base + ".bin")) &&
+           platform::exists(SidePath(imageRoot, side, base + ".ahdr"));
 }
 
 } // namespace orvane

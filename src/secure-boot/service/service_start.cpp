@@ -274,11 +274,7 @@ void cacheRunningSide(SecureBootService& service)
 {
     ConsoleLog(INFO)
         << "Caching the SMC side component info... (before skip secure boot)";
-    const bool singleRetimer =
-        std::filesystem::exists(platform::path(
-            SidePath(imageRoot, service.activeSide, "retimer.bin"))) &&
-        std::filesystem::exists(platform::path(
-            SidePath(imageRoot, service.activeSide, "retimer.ahdr")));
+    const bool singleRetimer = ImagePairExists(service.activeSide, "retimer");
     for (const ComponentEntry& entry : service.components)
     {
         const bool retimerPair =

@@ -22,8 +22,7 @@ using logging::level::INFO;
 // to a manual recovery.
 bool Present(const std::string& path)
 {
-    std::error_code error;
-    if (std::filesystem::exists(platform::path(path), error))
+    if (platform::exists(path))
     {
         return true;
     }

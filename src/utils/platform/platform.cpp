@@ -106,6 +106,12 @@ std::filesystem::path path(std::string_view absolute)
     return files().resolve(absolute);
 }
 
+bool exists(std::string_view absolute)
+{
+    std::error_code error;
+    return std::filesystem::exists(path(absolute), error);
+}
+
 void sleepSeconds(unsigned seconds)
 {
     clock().sleepFor(std::chrono::seconds(seconds));

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "utils/platform/zellib.hpp"
 #include "utils/platform/clock.hpp"
 #include "utils/platform/dev_mem.hpp"
 #include "utils/platform/file_root.hpp"
@@ -9,9 +8,9 @@
 #include "utils/platform/journal.hpp"
 #include "utils/platform/retimer_lib.hpp"
 #include "utils/platform/shell.hpp"
+#include "utils/platform/zellib.hpp"
 
 #include <erotlib/erot.hpp>
-
 #include <filesystem>
 #include <string_view>
 
@@ -60,6 +59,8 @@ std::filesystem::path path(std::string_view absolute);
 
 // Sleep helpers on the installed clock.
 void sleepSeconds(unsigned seconds);
+// Whether a board path exists under the file root; an error counts as no.
+bool exists(std::string_view absolute);
 void sleepMilliseconds(unsigned milliseconds);
 void sleepMicroseconds(unsigned microseconds);
 
